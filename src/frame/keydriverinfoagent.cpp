@@ -1,0 +1,3 @@
+#include "keydriverinfoagent.h"
+
+KeyDriverInfoAgent::KeyDriverInfoAgent(QObject *target, QObject *parent) : Q_Dispatch(target, parent) {}

@@ -1,0 +1,38 @@
+#include "twlog.h"
+
+#include "rtc.h"
+#include "twsignaturecoreagent.h"
+
+namespace twlog {
+
+bool enabled()
+{
+    return getSignatureCore() != nullptr;
+}
+
+QString line(const char *function, int line, const QString &message)
+{
+    return QStringLiteral("[%1]%2").arg(QStringLiteral("%1:%2").arg(QLatin1String(function)).arg(line), message);
+}
+
+void debug(const char *function, int lineNo, const QString &message)
+{
+    if (TWSignatureCoreAgent *core = getSignatureCore())
+        core->logDebug(line(function, lineNo, message));
+}
+
+void error(const char *function, int lineNo, const QString &message)
+{
+    if (TWSignatureCoreAgent *core = getSignatureCore())
+        core->logError(line(function, lineNo, message));
+}
+
+void entryDebug(const char *function, int lineNo, const QString &message)
+{
+    if (TWSignatureCoreAgent *core = getSignatureCore()) {
+        const QString location = QStringLiteral("rtc:%1:%2").arg(QLatin1String(function)).arg(lineNo);
+        core->logDebug(QStringLiteral("[%1]%2").arg(location, message));
+    }
+}
+
+} // namespace twlog

@@ -1,0 +1,49 @@
+#ifndef TWKEY_SKFCALL_H
+#define TWKEY_SKFCALL_H
+
+#include <QtGlobal>
+#include <initializer_list>
+
+class KeyObject;
+
+// One guard of an operation: when `trips` holds, `code` becomes the last
+// error and `text` is logged (no line when text is null).
+struct SkfGuard
+{
+    bool trips;
+    quint32 code;
+    const char *text;
+};
+
+// Runs what every SKF session operation does alike: its guards in order,
+// and the common steps after a failed library call.
+class SkfCall
+{
+public:
+    enum Close { CloseIfRemoved, CloseAlways, CloseNever };
+    enum Order { ErrorThenClose, CloseThenError };
+
+    SkfCall(KeyObject *key, const char *printTag);
+
+    // The first guard that trips ends the operation; true when one did.
+    bool refused(const char *function, int line, std::initializer_list<SkfGuard> guards) const;
+
+    // Common failure steps: PrintError (when asked), the formatted text
+    // (fmt with the code as its one %d) through the error log, the code as
+    // last error, and closeV1 as the close policy says, in `order`.
+    void failed(const char *function, int line, quint32 ret, const char *fmt, Close close = CloseIfRemoved,
+                Order order = ErrorThenClose, bool printError = true) const;
+
+    const char *printTag() const { return m_tag; }
+
+private:
+    KeyObject *m_key;
+    const char *m_tag;
+};
+
+// In a session method: `if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, " end . app is null"})) return ...;`
+#define SKF_REFUSED(...) m_call.refused(__FUNCTION__, __LINE__, {__VA_ARGS__})
+// After a library call: `SKF_FAILED(ret, " SKF_X failed.ret = %d");` plus optional Close, Order, printError.
+#define SKF_FAILED(ret, ...) m_call.failed(__FUNCTION__, __LINE__, (ret), __VA_ARGS__)
+
+#endif
