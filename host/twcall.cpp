@@ -2,7 +2,22 @@
 
 #include <QMetaMethod>
 #include <QMetaObject>
+#include <QMetaType>
 #include <QVarLengthArray>
+
+namespace {
+
+// moc records built-in types by id, so a method declared to give quint64
+// reports "qulonglong"; compare ids where the name has one.
+bool returnsType(const QMetaMethod &method, const char *typeName)
+{
+    const int wanted = QMetaType::type(typeName);
+    if (wanted != QMetaType::UnknownType)
+        return method.returnType() == wanted;
+    return qstrcmp(method.typeName(), typeName) == 0;
+}
+
+} // namespace
 
 QByteArray TWCall::signature(const char *method, std::initializer_list<TWArg> args)
 {
@@ -29,7 +44,7 @@ bool TWCall::invoke(QObject *target, const char *method, TWArg result, std::init
     if (index < 0)
         return false;
     // A slot of another type would be written through the wrong type.
-    if (result.ptr && qstrcmp(meta->method(index).typeName(), result.typeName) != 0)
+    if (result.ptr && !returnsType(meta->method(index), result.typeName))
         return false;
 
     QVarLengthArray<void *, 8> argv;

@@ -1,5 +1,6 @@
 #include "qdispatch.h"
 
+#include <QFile>
 #include <QMetaMethod>
 #include <QMetaObject>
 #include <QTime>

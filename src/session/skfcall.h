@@ -21,7 +21,9 @@ class SkfCall
 {
 public:
     enum Close { CloseIfRemoved, CloseAlways, CloseNever };
-    enum Order { ErrorThenClose, CloseThenError };
+    // NoError: the code is logged (and closes as asked) but not recorded
+    // as last error, for the few calls whose failure leaves it alone.
+    enum Order { ErrorThenClose, CloseThenError, NoError };
 
     SkfCall(KeyObject *key, const char *printTag);
 

@@ -39,6 +39,10 @@ public slots:
     void on_keyEvent(QString devName, bool insert);
 
 private:
+    // openKey and openKeyWithoutEnumDev past their enumeration step;
+    // `function` names the caller in the log.
+    KeyObject *openIndexed(const char *function, int index, bool noload);
+
     QString m_fileName;
     QLibrary m_library;
     CheckThreadSKF *m_checkThread;

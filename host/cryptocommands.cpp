@@ -1,0 +1,355 @@
+#include "cryptocommands.h"
+
+#include "blobconverter.h"
+#include "clicontext.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr int kContainerRsa = 1;
+constexpr int kContainerSm2 = 2;
+constexpr quint64 kSgdSm3 = 0x00000001;
+constexpr quint64 kSgdSha1 = 0x00000002;
+constexpr quint64 kSgdSha256 = 0x00000004;
+constexpr quint64 kSgdSm4Ecb = 0x00000401;
+constexpr quint64 kSgdSm4Cbc = 0x00000402;
+constexpr int kSm4Block = 16;
+// BLOCKCIPHERPARAM: IV[32], then IVLen, PaddingType, FeedBitLen (32-bit each).
+constexpr int kCipherParamSize = 44;
+constexpr int kIvField = 32;
+// The default user id of SM2 signatures.
+const char kDefaultUserId[] = "1234567812345678";
+
+bool isDer(CliContext &ctx)
+{
+    return ctx.value("format") == QLatin1String("der");
+}
+
+// The token's SM3/SHA hash of data, through a hash object that is given back.
+bool tokenDigest(CliContext &ctx, quint64 alg, const QByteArray &pubkey, const QString &id, const QByteArray &data,
+                 QByteArray *value, int *rc)
+{
+    Qt::HANDLE hash = nullptr;
+    ctx.clearError();
+    if (!ctx.call(ctx.key(), "digestInit", hash, alg, pubkey, id)) {
+        *rc = CliContext::Failed;
+        return false;
+    }
+    if (!hash) {
+        *rc = ctx.fail(QStringLiteral("the key refused to start a hash"));
+        return false;
+    }
+    const bool found = ctx.call(ctx.key(), "digest", *value, hash, data);
+    const uint code = ctx.lastError();
+    ctx.callVoid(ctx.key(), "closeHandle", hash);
+    if (!found) {
+        *rc = CliContext::Failed;
+        return false;
+    }
+    if (value->isEmpty()) {
+        ctx.core().setLastError(code);
+        *rc = ctx.fail(QStringLiteral("the key did not hash the data"));
+        return false;
+    }
+    return true;
+}
+
+// The signature file decoded as --format says, as r||s. Empty if unreadable.
+QByteArray compactSignature(const QByteArray &bytes, bool der)
+{
+    if (der)
+        return BlobConverter::derToCompact(bytes);
+    if (bytes.size() == BlobConverter::kCompactSignatureSize)
+        return bytes;
+    if (bytes.size() == BlobConverter::kEccSignatureBlobSize)
+        return BlobConverter::signatureBlobToCompact(bytes);
+    return BlobConverter::derToCompact(bytes);
+}
+
+bool cipherOptions(CliContext &ctx, quint64 *alg, bool *cbc, quint32 *padding)
+{
+    const QString mode = ctx.value("mode", QStringLiteral("ecb"));
+    const QString pad = ctx.value("padding", QStringLiteral("pkcs5"));
+    if ((mode != QLatin1String("ecb") && mode != QLatin1String("cbc"))
+        || (pad != QLatin1String("pkcs5") && pad != QLatin1String("none")))
+        return false;
+    *cbc = mode == QLatin1String("cbc");
+    *alg = *cbc ? kSgdSm4Cbc : kSgdSm4Ecb;
+    *padding = pad == QLatin1String("pkcs5") ? 1 : 0;
+    return true;
+}
+
+// The 44 bytes of a BLOCKCIPHERPARAM, in the machine's byte order.
+QByteArray cipherParam(const QByteArray &iv, quint32 padding)
+{
+    QByteArray param(kCipherParamSize, '\0');
+    std::memcpy(param.data(), iv.constData(), size_t(qMin(iv.size(), kIvField)));
+    const quint32 fields[3] = {quint32(iv.size()), padding, 0};
+    std::memcpy(param.data() + kIvField, fields, sizeof fields);
+    return param;
+}
+
+// Init, one whole-buffer call and the key handle given back: encrypt or decrypt.
+bool runCipher(CliContext &ctx, Qt::HANDLE hKey, bool encrypting, const QByteArray &param, const QByteArray &in,
+               QByteArray *out, int *rc)
+{
+    const char *init = encrypting ? "encryptInit" : "decryptInit";
+    const char *run = encrypting ? "encrypt" : "decrypt";
+    const quint64 length = quint64(in.size());
+    bool ok = false;
+    bool found = ctx.call(ctx.key(), init, ok, hKey, param);
+    if (found && ok)
+        found = ctx.call(ctx.key(), run, *out, hKey, in, length);
+    const uint code = ctx.lastError();
+    ctx.callVoid(ctx.key(), "closeHandle", hKey);
+    ctx.core().setLastError(code);
+    if (!found) {
+        *rc = CliContext::Failed;
+        return false;
+    }
+    if (!ok || out->isEmpty()) {
+        *rc = ctx.fail(encrypting ? QStringLiteral("the key did not encrypt the data")
+                                  : QStringLiteral("the key did not decrypt the data"));
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int CryptoCommands::sign(CliContext &ctx)
+{
+    const bool raw = ctx.has("raw");
+    const bool noZ = ctx.has("no-z");
+    if (!ctx.args().isEmpty() || (raw && ctx.has("compact")))
+        return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
+    CliContext::Encoding encoding;
+    if (!ctx.outputEncoding(&encoding))
+        return ctx.usage(QStringLiteral("unknown --format"));
+    QByteArray data;
+    if (!ctx.readInput(&data))
+        return CliContext::Usage;
+    int rc = ctx.openSelectedKey();
+    if (rc != CliContext::Ok || (rc = ctx.login(false)) != CliContext::Ok)
+        return rc;
+    Qt::HANDLE handle = ctx.container(false, &rc);
+    if (!handle)
+        return rc;
+
+    const int type = ctx.containerType(handle);
+    QByteArray signature;
+    ctx.clearError();
+    if (type == kContainerSm2) {
+        if (raw) {
+            if (!ctx.call(ctx.key(), "eccSignData", signature, handle, data))
+                return CliContext::Failed;
+            if (signature.size() != BlobConverter::kEccSignatureBlobSize)
+                return ctx.fail(QStringLiteral("the key did not sign"));
+            if (isDer(ctx))
+                signature = BlobConverter::compactToDer(BlobConverter::signatureBlobToCompact(signature));
+        } else {
+            const bool withZ = !noZ;
+            if (!ctx.call(ctx.key(), "eccSimpleSign", signature, handle, data, withZ))
+                return CliContext::Failed;
+            // A refused signature comes back shorter than 64 bytes.
+            if (signature.size() != BlobConverter::kCompactSignatureSize)
+                return ctx.fail(QStringLiteral("the key did not sign"));
+            if (isDer(ctx))
+                signature = BlobConverter::compactToDer(signature);
+        }
+    } else if (type == kContainerRsa) {
+        if (isDer(ctx) || noZ)
+            return ctx.usage(QStringLiteral("--format der and --no-z are for SM2 signatures"));
+        // The token signs what it is given: PKCS#1 needs the DigestInfo here.
+        const QByteArray input = raw ? data : BlobConverter::sha256DigestInfo(data);
+        if (!ctx.call(ctx.key(), "rsaSignData", signature, handle, input))
+            return CliContext::Failed;
+        if (signature.isEmpty())
+            return ctx.fail(QStringLiteral("the key did not sign"));
+    } else {
+        return ctx.fail(QStringLiteral("the container holds no key pair"));
+    }
+    return ctx.writeOutput(signature) ? CliContext::Ok : CliContext::Usage;
+}
+
+int CryptoCommands::verify(CliContext &ctx)
+{
+    const bool raw = ctx.has("raw");
+    const bool noZ = ctx.has("no-z");
+    if (!ctx.args().isEmpty() || !ctx.has("sig"))
+        return ctx.usage(QStringLiteral("verify --container C --sig FILE [--in FILE] [--raw] [--no-z]"));
+    const QString format = ctx.value("format", QStringLiteral("raw"));
+    QByteArray data, sig;
+    if (!ctx.readInput(&data) || !ctx.readFile(ctx.value("sig"), &sig))
+        return CliContext::Usage;
+    if (format == QLatin1String("hex"))
+        sig = QByteArray::fromHex(sig.trimmed());
+    else if (format == QLatin1String("base64"))
+        sig = QByteArray::fromBase64(sig.trimmed());
+    else if (format != QLatin1String("raw") && format != QLatin1String("der"))
+        return ctx.usage(QStringLiteral("unknown --format %1").arg(format));
+
+    int rc = ctx.openSelectedKey();
+    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+        return rc;
+    Qt::HANDLE handle = ctx.container(false, &rc);
+    if (!handle)
+        return rc;
+    const int type = ctx.containerType(handle);
+    bool valid = false;
+    if (type == kContainerSm2) {
+        const QByteArray compact = compactSignature(sig, format == QLatin1String("der"));
+        if (compact.isEmpty())
+            return ctx.usage(QStringLiteral("the signature file holds no SM2 signature"));
+        if (raw || noZ) {
+            // The plain verification: the caller's data, or the token's hash
+            // without the public key, against the signing public key.
+            QByteArray pub, hashed = data;
+            if (!ctx.publicKey(handle, true, &pub, &rc))
+                return rc;
+            if (noZ && !tokenDigest(ctx, kSgdSm3, QByteArray(), QLatin1String(kDefaultUserId), data, &hashed, &rc))
+                return rc;
+            ctx.clearError();
+            if (!ctx.call(ctx.key(), "eccVerify", valid, pub, hashed, BlobConverter::compactToSignatureBlob(compact)))
+                return CliContext::Failed;
+        } else {
+            const bool withZ = true;
+            ctx.clearError();
+            if (!ctx.call(ctx.key(), "eccSimpleVerify", valid, handle, data, compact, withZ))
+                return CliContext::Failed;
+        }
+    } else if (type == kContainerRsa) {
+        QByteArray pub;
+        if (!ctx.publicKey(handle, true, &pub, &rc))
+            return rc;
+        const QByteArray input = raw ? data : BlobConverter::sha256DigestInfo(data);
+        ctx.clearError();
+        if (!ctx.call(ctx.key(), "rsaVerify", valid, pub, input, sig))
+            return CliContext::Failed;
+    } else {
+        return ctx.fail(QStringLiteral("the container holds no key pair"));
+    }
+    if (!valid)
+        return ctx.fail(QStringLiteral("the signature does not verify"));
+    ctx.print(QStringLiteral("signature verified"));
+    return CliContext::Ok;
+}
+
+int CryptoCommands::digest(CliContext &ctx)
+{
+    const QString name = ctx.value("alg");
+    quint64 alg = 0;
+    if (name == QLatin1String("sm3"))
+        alg = kSgdSm3;
+    else if (name == QLatin1String("sha1"))
+        alg = kSgdSha1;
+    else if (name == QLatin1String("sha256"))
+        alg = kSgdSha256;
+    if (!ctx.args().isEmpty() || alg == 0)
+        return ctx.usage(QStringLiteral("digest --alg sm3|sha1|sha256 [--in FILE] [--container C] [--id ID]"));
+    const bool withKey = ctx.has("container");
+    if (withKey && alg != kSgdSm3)
+        return ctx.usage(QStringLiteral("--container is for SM3 with the signer's public key"));
+    CliContext::Encoding encoding;
+    if (!ctx.outputEncoding(&encoding))
+        return ctx.usage(QStringLiteral("unknown --format"));
+    QByteArray data;
+    if (!ctx.readInput(&data))
+        return CliContext::Usage;
+    int rc = ctx.openSelectedKey();
+    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+        return rc;
+    QByteArray pub;
+    QString id = ctx.value("id");
+    if (withKey) {
+        Qt::HANDLE handle = ctx.container(false, &rc);
+        if (!handle || !ctx.publicKey(handle, true, &pub, &rc))
+            return rc;
+        if (!ctx.has("id"))
+            id = QLatin1String(kDefaultUserId);
+    }
+    QByteArray value;
+    if (!tokenDigest(ctx, alg, pub, id, data, &value, &rc))
+        return rc;
+    return ctx.writeOutput(value) ? CliContext::Ok : CliContext::Usage;
+}
+
+int CryptoCommands::encrypt(CliContext &ctx)
+{
+    quint64 alg = 0;
+    bool cbc = false;
+    quint32 padding = 0;
+    if (!ctx.args().isEmpty() || !ctx.has("key-out") || !cipherOptions(ctx, &alg, &cbc, &padding))
+        return ctx.usage(QStringLiteral("encrypt --container C --key-out FILE [--in FILE] [--out FILE] "
+                                        "[--mode ecb|cbc] [--padding pkcs5|none]"));
+    CliContext::Encoding encoding;
+    if (!ctx.outputEncoding(&encoding))
+        return ctx.usage(QStringLiteral("unknown --format"));
+    QByteArray data;
+    if (!ctx.readInput(&data))
+        return CliContext::Usage;
+    int rc = ctx.openSelectedKey();
+    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+        return rc;
+    Qt::HANDLE handle = ctx.container(false, &rc);
+    QByteArray pub;
+    if (!handle || !ctx.publicKey(handle, false, &pub, &rc))
+        return rc;
+
+    // A fresh SM4 key made on the token, wrapped under the container's
+    // encryption key: the blob is what decrypt needs to get it back.
+    Qt::HANDLE hKey = nullptr;
+    QByteArray wrapped;
+    ctx.clearError();
+    if (!ctx.call(ctx.key(), "eccExportSessionKey", wrapped, handle, alg, pub, TWPtr{"Qt::HANDLE*", &hKey}))
+        return CliContext::Failed;
+    if (wrapped.isEmpty() || !hKey)
+        return ctx.fail(QStringLiteral("the key made no session key"));
+
+    const QByteArray iv = cbc ? BlobConverter::randomBytes(kSm4Block) : QByteArray();
+    QByteArray cipher;
+    if (!runCipher(ctx, hKey, true, cipherParam(iv, padding), data, &cipher, &rc))
+        return rc;
+    if (!ctx.writeFile(ctx.value("key-out"), wrapped))
+        return CliContext::Usage;
+    // CBC output carries its IV in front.
+    return ctx.writeOutput(iv + cipher) ? CliContext::Ok : CliContext::Usage;
+}
+
+int CryptoCommands::decrypt(CliContext &ctx)
+{
+    quint64 alg = 0;
+    bool cbc = false;
+    quint32 padding = 0;
+    if (!ctx.args().isEmpty() || !ctx.has("key-in") || !cipherOptions(ctx, &alg, &cbc, &padding))
+        return ctx.usage(QStringLiteral("decrypt --container C --key-in FILE [--in FILE] [--out FILE] "
+                                        "[--mode ecb|cbc] [--padding pkcs5|none]"));
+    CliContext::Encoding encoding;
+    if (!ctx.outputEncoding(&encoding))
+        return ctx.usage(QStringLiteral("unknown --format"));
+    QByteArray input, wrapped;
+    if (!ctx.readInput(&input) || !ctx.readFile(ctx.value("key-in"), &wrapped))
+        return CliContext::Usage;
+    const QByteArray iv = cbc ? input.left(kSm4Block) : QByteArray();
+    const QByteArray cipher = cbc ? input.mid(kSm4Block) : input;
+    if (iv.size() != (cbc ? kSm4Block : 0) || cipher.isEmpty())
+        return ctx.usage(QStringLiteral("the input holds no ciphertext"));
+    int rc = ctx.openSelectedKey();
+    if (rc != CliContext::Ok || (rc = ctx.login(false)) != CliContext::Ok)
+        return rc;
+    Qt::HANDLE handle = ctx.container(false, &rc);
+    if (!handle)
+        return rc;
+    Qt::HANDLE hKey = nullptr;
+    const quint64 wrappedLength = quint64(wrapped.size());
+    ctx.clearError();
+    if (!ctx.call(ctx.key(), "importSessionKey", hKey, handle, alg, wrapped, wrappedLength))
+        return CliContext::Failed;
+    if (!hKey)
+        return ctx.fail(QStringLiteral("the key did not take the session key"));
+    QByteArray plain;
+    if (!runCipher(ctx, hKey, false, cipherParam(iv, padding), cipher, &plain, &rc))
+        return rc;
+    return ctx.writeOutput(plain) ? CliContext::Ok : CliContext::Usage;
+}

@@ -1,0 +1,369 @@
+#include "softtokenengine.h"
+
+#include "devicestore.h"
+#include "faultplan.h"
+#include "skfapi.h"
+#include "tokencrypto.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSet>
+
+namespace {
+
+const DeviceData::App *findApp(const DeviceData &data, const QString &app)
+{
+    if (app.isEmpty())
+        return data.apps.isEmpty() ? nullptr : &data.apps.first();
+    return data.app(app);
+}
+
+DeviceData::Pin newPin(const QString &pin, int retries)
+{
+    DeviceData::Pin p;
+    p.set(pin.toUtf8());
+    p.maxRetries = retries;
+    p.remaining = retries;
+    p.isDefault = true;
+    return p;
+}
+
+bool makeKeyPair(const SoftTokenEngine::ContainerSpec &spec, DeviceData::KeyPair *out)
+{
+    if (spec.type == SoftTokenEngine::ContainerSpec::Sm2) {
+        out->alg = DeviceData::Sm2;
+        out->bits = 256;
+        out->priv = TokenCrypto::sm2Generate();
+    } else {
+        out->alg = DeviceData::Rsa;
+        out->bits = spec.rsaBits;
+        out->priv = TokenCrypto::rsaGenerate(spec.rsaBits);
+    }
+    return !out->priv.isEmpty();
+}
+
+bool validPin(const QString &pin)
+{
+    const int len = pin.toUtf8().size();
+    return len >= 6 && len <= 16;
+}
+
+QJsonObject pinJson(const DeviceData::Pin &p)
+{
+    return QJsonObject{{"maxRetries", p.maxRetries}, {"remaining", p.remaining}, {"default", p.isDefault}};
+}
+
+const char *containerTypeName(int type)
+{
+    return type == DeviceData::EccContainer ? "sm2" : type == DeviceData::RsaContainer ? "rsa" : "empty";
+}
+
+} // namespace
+
+bool SoftTokenEngine::ContainerSpec::parse(const QString &text, ContainerSpec *out, QString *error)
+{
+    const QStringList parts = text.split(QLatin1Char(':'));
+    ContainerSpec spec;
+    spec.name = parts.value(0);
+    bool ok = DeviceData::validName(spec.name) && parts.size() <= 3;
+    if (ok && parts.size() >= 2) {
+        const QString type = parts.at(1).toLower();
+        if (type == QLatin1String("sm2") && parts.size() == 2)
+            spec.type = Sm2;
+        else if (type == QLatin1String("rsa"))
+            spec.type = Rsa;
+        else
+            ok = false;
+    }
+    if (ok && parts.size() == 3) {
+        spec.rsaBits = parts.at(2).toInt(&ok);
+        ok = ok && (spec.rsaBits == 1024 || spec.rsaBits == 2048);
+    }
+    if (!ok) {
+        if (error)
+            *error = QStringLiteral("bad container '%1': expected NAME, NAME:sm2 or NAME:rsa[:1024|2048], "
+                                    "the name 1 to 32 bytes").arg(text);
+        return false;
+    }
+    *out = spec;
+    return true;
+}
+
+SoftTokenEngine::SoftTokenEngine(const QString &storeDir)
+    : m_storeDir(storeDir.isEmpty() ? DeviceStore::defaultRoot() : storeDir)
+{
+}
+
+QString SoftTokenEngine::defaultStoreDir()
+{
+    return DeviceStore::defaultRoot();
+}
+
+bool SoftTokenEngine::fail(const QString &message) const
+{
+    m_error = message;
+    return false;
+}
+
+bool SoftTokenEngine::createDevice(const DeviceOptions &o)
+{
+    if (!DeviceStore::validDeviceName(o.name))
+        return fail(QStringLiteral("invalid device name '%1': use 1 to 64 letters, digits, '.', '_' or '-'").arg(o.name));
+    if (!DeviceData::validName(o.app))
+        return fail(QStringLiteral("invalid application name '%1'").arg(o.app));
+    if (!validPin(o.adminPin) || !validPin(o.userPin))
+        return fail(QStringLiteral("PINs must be 6 to 16 bytes long"));
+    if (o.adminRetries < 1 || o.adminRetries > 15 || o.userRetries < 1 || o.userRetries > 15)
+        return fail(QStringLiteral("retry counts must be between 1 and 15"));
+    if (o.label.toUtf8().size() > 31 || o.manufacturer.toUtf8().size() > 63 || o.issuer.toUtf8().size() > 63
+        || o.serial.toUtf8().size() > 31)
+        return fail(QStringLiteral("label up to 31 bytes, serial up to 31, manufacturer and issuer up to 63"));
+    QSet<QString> seen;
+    for (const ContainerSpec &c : o.containers) {
+        if (!DeviceData::validName(c.name) || seen.contains(c.name))
+            return fail(QStringLiteral("invalid or repeated container name '%1'").arg(c.name));
+        seen.insert(c.name);
+    }
+    DeviceStore store(m_storeDir);
+    if (store.exists(o.name))
+        return fail(QStringLiteral("device %1 already exists in %2").arg(o.name, m_storeDir));
+
+    QSet<QString> serials;
+    for (const DeviceSummary &d : listDevices())
+        serials.insert(d.serial);
+    QString serial = o.serial;
+    if (serial.isEmpty()) {
+        do {
+            serial = QStringLiteral("STK") + QString::fromLatin1(TokenCrypto::random(9).toHex().toUpper());
+        } while (serials.contains(serial));
+    } else if (serials.contains(serial)) {
+        return fail(QStringLiteral("serial number %1 is already used in %2").arg(serial, m_storeDir));
+    }
+
+    DeviceData d;
+    d.label = o.label.isEmpty() ? o.name : o.label;
+    d.serial = serial;
+    d.manufacturer = o.manufacturer;
+    d.issuer = o.issuer;
+    d.totalSpace = o.totalSpace;
+    d.devAuthKey = QByteArrayLiteral("1234567812345678");
+    DeviceData::App app;
+    app.name = o.app;
+    app.admin = newPin(o.adminPin, o.adminRetries);
+    app.user = newPin(o.userPin, o.userRetries);
+    app.createFileRights = DeviceData::Anyone;
+    for (const ContainerSpec &spec : o.containers) {
+        DeviceData::Container c;
+        c.name = spec.name;
+        if (spec.type != ContainerSpec::Empty && (!makeKeyPair(spec, &c.sign) || !makeKeyPair(spec, &c.enc)))
+            return fail(QStringLiteral("key generation failed for container %1").arg(spec.name));
+        app.containers.append(c);
+    }
+    d.apps.append(app);
+    QString error;
+    if (!store.create(o.name, d, &error))
+        return fail(error);
+    return true;
+}
+
+bool SoftTokenEngine::removeDevice(const QString &device)
+{
+    QString error;
+    return DeviceStore(m_storeDir).setPresent(device, false, &error) || fail(error);
+}
+
+bool SoftTokenEngine::insertDevice(const QString &device)
+{
+    QString error;
+    return DeviceStore(m_storeDir).setPresent(device, true, &error) || fail(error);
+}
+
+bool SoftTokenEngine::deleteDevice(const QString &device)
+{
+    QString error;
+    return DeviceStore(m_storeDir).destroy(device, &error) || fail(error);
+}
+
+bool SoftTokenEngine::knownFunction(const QString &function)
+{
+#define SOFTTOKEN_NAME_ROW(name, required) QStringLiteral(#name),
+    static const QSet<QString> names{SKF_FUNCTION_ROWS(SOFTTOKEN_NAME_ROW)};
+#undef SOFTTOKEN_NAME_ROW
+    return names.contains(function);
+}
+
+bool SoftTokenEngine::setFault(const QString &device, const QString &function, quint32 code, int times)
+{
+    if (!knownFunction(function))
+        return fail(QStringLiteral("unknown function '%1': give one of the SKF_/EPS_ names").arg(function));
+    if (times == 0 || times < UntilCleared)
+        return fail(QStringLiteral("the number of calls must be positive"));
+    FaultPlan::Entry e;
+    e.function = function;
+    e.code = code;
+    e.remaining = times;
+    QString error;
+    return DeviceStore(m_storeDir).updateFaults(device, [&](FaultPlan &plan) {
+        plan.entries.append(e);
+        return true;
+    }, &error) || fail(error);
+}
+
+bool SoftTokenEngine::setSizeLie(const QString &device, const QString &function, qint32 delta, int times)
+{
+    if (!knownFunction(function))
+        return fail(QStringLiteral("unknown function '%1': give one of the SKF_/EPS_ names").arg(function));
+    if (times == 0 || times < UntilCleared)
+        return fail(QStringLiteral("the number of calls must be positive"));
+    FaultPlan::Entry e;
+    e.function = function;
+    e.sizeLie = true;
+    e.sizeDelta = delta;
+    e.remaining = times;
+    QString error;
+    return DeviceStore(m_storeDir).updateFaults(device, [&](FaultPlan &plan) {
+        plan.entries.append(e);
+        return true;
+    }, &error) || fail(error);
+}
+
+bool SoftTokenEngine::clearFaults(const QString &device)
+{
+    QString error;
+    return DeviceStore(m_storeDir).updateFaults(device, [](FaultPlan &plan) {
+        plan.entries.clear();
+        return true;
+    }, &error) || fail(error);
+}
+
+QList<SoftTokenEngine::DeviceSummary> SoftTokenEngine::listDevices() const
+{
+    DeviceStore store(m_storeDir);
+    QList<DeviceSummary> out;
+    for (const QString &name : store.deviceNames()) {
+        DeviceData d;
+        if (!store.load(name, &d, nullptr))
+            continue;
+        out.append(DeviceSummary{name, d.serial, store.isPresent(name)});
+    }
+    return out;
+}
+
+bool SoftTokenEngine::deviceExists(const QString &device) const
+{
+    return DeviceStore(m_storeDir).exists(device);
+}
+
+bool SoftTokenEngine::isPresent(const QString &device) const
+{
+    return DeviceStore(m_storeDir).isPresent(device);
+}
+
+bool SoftTokenEngine::pinState(const QString &device, bool admin, PinState *out, const QString &app) const
+{
+    DeviceData d;
+    QString error;
+    if (!DeviceStore(m_storeDir).load(device, &d, &error))
+        return fail(error);
+    const DeviceData::App *a = findApp(d, app);
+    if (!a)
+        return fail(QStringLiteral("no application %1 on %2").arg(app, device));
+    const DeviceData::Pin &p = admin ? a->admin : a->user;
+    *out = PinState{p.maxRetries, p.remaining, p.isDefault};
+    return true;
+}
+
+QStringList SoftTokenEngine::applications(const QString &device) const
+{
+    DeviceData d;
+    QStringList out;
+    QString error;
+    if (!DeviceStore(m_storeDir).load(device, &d, &error)) {
+        fail(error);
+        return out;
+    }
+    for (const DeviceData::App &a : d.apps)
+        out.append(a.name);
+    return out;
+}
+
+QList<SoftTokenEngine::FileInfo> SoftTokenEngine::files(const QString &device, const QString &app) const
+{
+    DeviceData d;
+    QList<FileInfo> out;
+    QString error;
+    if (!DeviceStore(m_storeDir).load(device, &d, &error)) {
+        fail(error);
+        return out;
+    }
+    if (const DeviceData::App *a = findApp(d, app))
+        for (const DeviceData::File &f : a->files)
+            out.append(FileInfo{f.name, f.data.size(), f.readRights, f.writeRights});
+    return out;
+}
+
+QList<SoftTokenEngine::ContainerInfo> SoftTokenEngine::containers(const QString &device, const QString &app) const
+{
+    DeviceData d;
+    QList<ContainerInfo> out;
+    QString error;
+    if (!DeviceStore(m_storeDir).load(device, &d, &error)) {
+        fail(error);
+        return out;
+    }
+    if (const DeviceData::App *a = findApp(d, app))
+        for (const DeviceData::Container &c : a->containers)
+            out.append(ContainerInfo{c.name, int(c.type()), c.sign.alg != DeviceData::NoKey,
+                                     c.enc.alg != DeviceData::NoKey, !c.signCert.isEmpty(), !c.encCert.isEmpty()});
+    return out;
+}
+
+QByteArray SoftTokenEngine::showJson(const QString &device) const
+{
+    DeviceStore store(m_storeDir);
+    DeviceData d;
+    QString error;
+    if (!store.load(device, &d, &error)) {
+        fail(error);
+        return QByteArray();
+    }
+    QJsonArray apps;
+    for (const DeviceData::App &a : d.apps) {
+        QJsonArray files, containers, keys;
+        for (const DeviceData::File &f : a.files)
+            files.append(QJsonObject{{"name", f.name}, {"size", f.data.size()}, {"readRights", qint64(f.readRights)},
+                                     {"writeRights", qint64(f.writeRights)}});
+        for (const DeviceData::Container &c : a.containers)
+            containers.append(QJsonObject{{"name", c.name}, {"type", containerTypeName(c.type())},
+                                          {"signKey", c.sign.alg != DeviceData::NoKey},
+                                          {"encKey", c.enc.alg != DeviceData::NoKey},
+                                          {"signCert", !c.signCert.isEmpty()}, {"encCert", !c.encCert.isEmpty()}});
+        for (auto it = a.symmKeys.constBegin(); it != a.symmKeys.constEnd(); ++it)
+            keys.append(qint64(it.key()));
+        apps.append(QJsonObject{{"name", a.name}, {"adminPin", pinJson(a.admin)}, {"userPin", pinJson(a.user)},
+                                {"createFileRights", qint64(a.createFileRights)}, {"files", files},
+                                {"containers", containers}, {"sealDataSize", a.sealData.size()},
+                                {"symmKeys", keys}});
+    }
+    FaultPlan plan;
+    QJsonArray faults;
+    if (store.loadFaults(device, &plan)) {
+        for (const FaultPlan::Entry &e : plan.entries) {
+            QJsonObject o{{"function", e.function}, {"remaining", e.remaining}};
+            if (e.sizeLie)
+                o.insert("sizeDelta", e.sizeDelta);
+            else
+                o.insert("code", FaultPlan::codeText(e.code));
+            faults.append(o);
+        }
+    }
+    const auto version = [](quint8 major, quint8 minor) { return QStringLiteral("%1.%2").arg(major).arg(minor); };
+    const QJsonObject info{{"label", d.label}, {"serial", d.serial}, {"manufacturer", d.manufacturer},
+                           {"issuer", d.issuer}, {"hwVersion", version(d.hwMajor, d.hwMinor)},
+                           {"firmwareVersion", version(d.fwMajor, d.fwMinor)}, {"totalSpace", qint64(d.totalSpace)},
+                           {"freeSpace", qint64(d.freeSpace())}};
+    const QJsonObject root{{"name", device}, {"present", store.isPresent(device)}, {"info", info}, {"apps", apps},
+                           {"faults", faults}};
+    return QJsonDocument(root).toJson(QJsonDocument::Indented);
+}

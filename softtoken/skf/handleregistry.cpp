@@ -1,0 +1,53 @@
+#include "handleregistry.h"
+
+#include <vector>
+
+namespace {
+
+const size_t kLinger = 4096;
+
+} // namespace
+
+HandleRegistry &HandleRegistry::instance()
+{
+    // Never destroyed: a host may call in while the process exits.
+    static HandleRegistry *registry = new HandleRegistry;
+    return *registry;
+}
+
+void *HandleRegistry::add(std::unique_ptr<TokenObject> object)
+{
+    TokenObject *raw = object.get();
+    m_live.emplace(raw, std::move(object));
+    return raw;
+}
+
+TokenObject *HandleRegistry::find(const void *handle, TokenObject::Kind kind) const
+{
+    if (!handle)
+        return nullptr;
+    const auto it = m_live.find(handle);
+    if (it == m_live.end() || it->second->kind() != kind)
+        return nullptr;
+    return it->second.get();
+}
+
+void HandleRegistry::close(TokenObject *object)
+{
+    std::vector<TokenObject *> doomed{object};
+    for (size_t i = 0; i < doomed.size(); ++i)
+        for (const auto &entry : m_live)
+            if (entry.second->owner() == doomed[i] && entry.second.get() != doomed[i])
+                doomed.push_back(entry.second.get());
+    // Owned objects first, the object itself last.
+    for (auto it = doomed.rbegin(); it != doomed.rend(); ++it) {
+        auto found = m_live.find(*it);
+        if (found == m_live.end())
+            continue;
+        found->second->release();
+        m_closed.push_back(std::move(found->second));
+        m_live.erase(found);
+    }
+    while (m_closed.size() > kLinger)
+        m_closed.pop_front();
+}

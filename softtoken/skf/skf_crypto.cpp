@@ -1,0 +1,296 @@
+// Symmetric keys and ciphers, hashes, MACs, and closing such handles.
+#include "skfexport.h"
+
+#include "cipherkey.h"
+#include "handleregistry.h"
+#include "hashobject.h"
+#include "macobject.h"
+#include "skfcall.h"
+#include "tokencrypto.h"
+
+namespace {
+
+// The SM2 signer id used when a public key comes without one.
+const char kDefaultId[] = "1234567812345678";
+// ENTL holds the id's length in bits in 16 bits.
+const ULONG kMaxIdLen = 8191;
+
+ULONG cipherStep(const char *function, bool encrypt, CipherKey::Step step, HANDLE hKey, const BYTE *in, ULONG inLen,
+                 BYTE *out, ULONG *outLen)
+{
+    SkfCall call(function);
+    CipherKey *key = nullptr;
+    ULONG rv = call.key(hKey, &key);
+    if (rv != SAR_OK)
+        return rv;
+    QByteArray data, result;
+    if (!outLen)
+        return SAR_INVALIDPARAMERR;
+    if (step != CipherKey::Final && (rv = SkfCall::input(in, inLen, &data)) != SAR_OK)
+        return rv;
+    if ((rv = key->preview(encrypt, step, data, &result)) != SAR_OK)
+        return rv;
+    rv = call.fill(result, out, outLen);
+    if (rv == SAR_OK && out)
+        key->commit(step);
+    return rv;
+}
+
+ULONG cipherInit(const char *function, bool encrypt, HANDLE hKey, const BLOCKCIPHERPARAM &param)
+{
+    SkfCall call(function);
+    CipherKey *key = nullptr;
+    const ULONG rv = call.key(hKey, &key);
+    return rv != SAR_OK ? rv : key->init(encrypt, param);
+}
+
+const char *digestName(ULONG algId)
+{
+    switch (algId) {
+    case SGD_SM3: return "SM3";
+    case SGD_SHA1: return "SHA1";
+    case SGD_SHA256: return "SHA256";
+    default: return nullptr;
+    }
+}
+
+// Hash of what the object was fed plus more; on a fill the object starts over.
+ULONG digestOut(SkfCall &call, HashObject *hash, const QByteArray &more, BYTE *out, ULONG *outLen)
+{
+    if (!outLen)
+        return SAR_INVALIDPARAMERR;
+    if (!out || *outLen < ULONG(hash->size()))
+        return call.fill(QByteArray(hash->size(), '\0'), out, outLen);
+    QByteArray value;
+    if (!hash->peek(more, &value))
+        return SAR_HASHERR;
+    const ULONG rv = call.fill(value, out, outLen);
+    if (rv == SAR_OK)
+        hash->reset();
+    return rv;
+}
+
+ULONG macOut(SkfCall &call, MacObject *mac, const QByteArray &more, BYTE *out, ULONG *outLen)
+{
+    if (!outLen)
+        return SAR_INVALIDPARAMERR;
+    const QByteArray value = mac->peek(more);
+    if (value.isEmpty())
+        return SAR_INDATALENERR;
+    const ULONG rv = call.fill(value, out, outLen);
+    if (rv == SAR_OK && out)
+        mac->reset();
+    return rv;
+}
+
+} // namespace
+
+SKF_EXPORT ULONG SKF_SetSymmKey(DEVHANDLE hDev, BYTE *pbKey, ULONG ulAlgID, HANDLE *phKey)
+{
+    SkfCall call("SKF_SetSymmKey");
+    Connection *conn = nullptr;
+    const ULONG rv = call.device(hDev, &conn);
+    if (rv != SAR_OK)
+        return rv;
+    if (!pbKey || !phKey)
+        return SAR_INVALIDPARAMERR;
+    if (!CipherKey::supported(ulAlgID))
+        return SAR_NOTSUPPORTYETERR;
+    const QByteArray key(reinterpret_cast<const char *>(pbKey), TokenCrypto::Sm4KeySize);
+    *phKey = HandleRegistry::instance().add(std::make_unique<CipherKey>(conn, ulAlgID, key));
+    return SAR_OK;
+}
+
+SKF_EXPORT ULONG SKF_EncryptInit(HANDLE hKey, BLOCKCIPHERPARAM EncryptParam)
+{
+    return cipherInit("SKF_EncryptInit", true, hKey, EncryptParam);
+}
+
+SKF_EXPORT ULONG SKF_Encrypt(HANDLE hKey, BYTE *pbData, ULONG ulDataLen, BYTE *pbEncryptedData,
+                             ULONG *pulEncryptedLen)
+{
+    return cipherStep("SKF_Encrypt", true, CipherKey::Whole, hKey, pbData, ulDataLen, pbEncryptedData,
+                      pulEncryptedLen);
+}
+
+SKF_EXPORT ULONG SKF_EncryptUpdate(HANDLE hKey, BYTE *pbData, ULONG ulDataLen, BYTE *pbEncryptedData,
+                                   ULONG *pulEncryptedLen)
+{
+    return cipherStep("SKF_EncryptUpdate", true, CipherKey::Update, hKey, pbData, ulDataLen, pbEncryptedData,
+                      pulEncryptedLen);
+}
+
+SKF_EXPORT ULONG SKF_EncryptFinal(HANDLE hKey, BYTE *pbEncryptedData, ULONG *pulEncryptedDataLen)
+{
+    return cipherStep("SKF_EncryptFinal", true, CipherKey::Final, hKey, nullptr, 0, pbEncryptedData,
+                      pulEncryptedDataLen);
+}
+
+SKF_EXPORT ULONG SKF_DecryptInit(HANDLE hKey, BLOCKCIPHERPARAM DecryptParam)
+{
+    return cipherInit("SKF_DecryptInit", false, hKey, DecryptParam);
+}
+
+SKF_EXPORT ULONG SKF_Decrypt(HANDLE hKey, BYTE *pbEncryptedData, ULONG ulEncryptedLen, BYTE *pbData, ULONG *pulDataLen)
+{
+    return cipherStep("SKF_Decrypt", false, CipherKey::Whole, hKey, pbEncryptedData, ulEncryptedLen, pbData,
+                      pulDataLen);
+}
+
+SKF_EXPORT ULONG SKF_DecryptUpdate(HANDLE hKey, BYTE *pbEncryptedData, ULONG ulEncryptedLen, BYTE *pbData,
+                                   ULONG *pulDataLen)
+{
+    return cipherStep("SKF_DecryptUpdate", false, CipherKey::Update, hKey, pbEncryptedData, ulEncryptedLen, pbData,
+                      pulDataLen);
+}
+
+SKF_EXPORT ULONG SKF_DecryptFinal(HANDLE hKey, BYTE *pbDecryptedData, ULONG *pulDecryptedDataLen)
+{
+    return cipherStep("SKF_DecryptFinal", false, CipherKey::Final, hKey, nullptr, 0, pbDecryptedData,
+                      pulDecryptedDataLen);
+}
+
+SKF_EXPORT ULONG SKF_DigestInit(DEVHANDLE hDev, ULONG ulAlgID, ECCPUBLICKEYBLOB *pPubKey, unsigned char *pucID,
+                                ULONG ulIDLen, HANDLE *phHash)
+{
+    SkfCall call("SKF_DigestInit");
+    Connection *conn = nullptr;
+    const ULONG rv = call.device(hDev, &conn);
+    if (rv != SAR_OK)
+        return rv;
+    if (!phHash)
+        return SAR_INVALIDPARAMERR;
+    const char *name = digestName(ulAlgID);
+    if (!name)
+        return SAR_NOTSUPPORTYETERR;
+    QByteArray prefix;
+    // With SM3 and a public key, the Z value of the signer goes first.
+    if (ulAlgID == SGD_SM3 && pPubKey) {
+        if (pPubKey->BitLen != 256)
+            return SAR_INVALIDPARAMERR;
+        if (ulIDLen > kMaxIdLen)
+            return SAR_INDATALENERR;
+        if (ulIDLen && !pucID)
+            return SAR_INVALIDPARAMERR;
+        const QByteArray id = ulIDLen ? QByteArray(reinterpret_cast<const char *>(pucID), int(ulIDLen))
+                                      : QByteArray(kDefaultId);
+        const QByteArray x(reinterpret_cast<const char *>(pPubKey->XCoordinate) + 32, 32);
+        const QByteArray y(reinterpret_cast<const char *>(pPubKey->YCoordinate) + 32, 32);
+        prefix = TokenCrypto::sm2Z(x, y, id);
+        if (prefix.isEmpty())
+            return SAR_HASHERR;
+    }
+    auto hash = std::make_unique<HashObject>(conn, name, prefix);
+    if (!hash->ok())
+        return SAR_HASHOBJERR;
+    *phHash = HandleRegistry::instance().add(std::move(hash));
+    return SAR_OK;
+}
+
+SKF_EXPORT ULONG SKF_Digest(HANDLE hHash, BYTE *pbData, ULONG ulDataLen, BYTE *pbHashData, ULONG *pulHashLen)
+{
+    SkfCall call("SKF_Digest");
+    HashObject *hash = nullptr;
+    ULONG rv = call.hash(hHash, &hash);
+    if (rv != SAR_OK)
+        return rv;
+    QByteArray data;
+    if ((rv = SkfCall::input(pbData, ulDataLen, &data)) != SAR_OK)
+        return rv;
+    return digestOut(call, hash, data, pbHashData, pulHashLen);
+}
+
+SKF_EXPORT ULONG SKF_DigestUpdate(HANDLE hHash, BYTE *pbData, ULONG ulDataLen)
+{
+    SkfCall call("SKF_DigestUpdate");
+    HashObject *hash = nullptr;
+    ULONG rv = call.hash(hHash, &hash);
+    if (rv != SAR_OK)
+        return rv;
+    QByteArray data;
+    if ((rv = SkfCall::input(pbData, ulDataLen, &data)) != SAR_OK)
+        return rv;
+    return hash->update(data) ? SAR_OK : SAR_HASHERR;
+}
+
+SKF_EXPORT ULONG SKF_DigestFinal(HANDLE hHash, BYTE *pHashData, ULONG *pulHashLen)
+{
+    SkfCall call("SKF_DigestFinal");
+    HashObject *hash = nullptr;
+    const ULONG rv = call.hash(hHash, &hash);
+    return rv != SAR_OK ? rv : digestOut(call, hash, QByteArray(), pHashData, pulHashLen);
+}
+
+SKF_EXPORT ULONG SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM *pMacParam, HANDLE *phMac)
+{
+    SkfCall call("SKF_MacInit");
+    CipherKey *key = nullptr;
+    const ULONG rv = call.key(hKey, &key);
+    if (rv != SAR_OK)
+        return rv;
+    QByteArray iv;
+    if (!pMacParam || !phMac || pMacParam->IVLen > MAX_IV_LEN || !CipherKey::ivFrom(pMacParam->IV, pMacParam->IVLen, &iv)
+        || (pMacParam->PaddingType != SKF_NO_PADDING && pMacParam->PaddingType != SKF_PKCS5_PADDING))
+        return SAR_INVALIDPARAMERR;
+    *phMac = HandleRegistry::instance().add(std::make_unique<MacObject>(
+        key->connection(), key->key(), iv, pMacParam->PaddingType == SKF_PKCS5_PADDING));
+    return SAR_OK;
+}
+
+SKF_EXPORT ULONG SKF_Mac(HANDLE hMac, BYTE *pbData, ULONG ulDataLen, BYTE *pbMacData, ULONG *pulMacLen)
+{
+    SkfCall call("SKF_Mac");
+    MacObject *mac = nullptr;
+    ULONG rv = call.mac(hMac, &mac);
+    if (rv != SAR_OK)
+        return rv;
+    QByteArray data;
+    if ((rv = SkfCall::input(pbData, ulDataLen, &data)) != SAR_OK)
+        return rv;
+    return macOut(call, mac, data, pbMacData, pulMacLen);
+}
+
+SKF_EXPORT ULONG SKF_MacUpdate(HANDLE hMac, BYTE *pbData, ULONG ulDataLen)
+{
+    SkfCall call("SKF_MacUpdate");
+    MacObject *mac = nullptr;
+    ULONG rv = call.mac(hMac, &mac);
+    if (rv != SAR_OK)
+        return rv;
+    QByteArray data;
+    if ((rv = SkfCall::input(pbData, ulDataLen, &data)) != SAR_OK)
+        return rv;
+    mac->update(data);
+    return SAR_OK;
+}
+
+SKF_EXPORT ULONG SKF_MacFinal(HANDLE hMac, BYTE *pbMacData, ULONG *pulMacDataLen)
+{
+    SkfCall call("SKF_MacFinal");
+    MacObject *mac = nullptr;
+    const ULONG rv = call.mac(hMac, &mac);
+    return rv != SAR_OK ? rv : macOut(call, mac, QByteArray(), pbMacData, pulMacDataLen);
+}
+
+SKF_EXPORT ULONG SKF_CloseHandle(HANDLE hHandle)
+{
+    SkfCall call("SKF_CloseHandle");
+    CipherKey *key = nullptr;
+    HashObject *hash = nullptr;
+    MacObject *mac = nullptr;
+    TokenObject *object = nullptr;
+    ULONG rv = call.key(hHandle, &key);
+    if (key) {
+        object = key;
+    } else if ((rv = call.hash(hHandle, &hash)), hash) {
+        object = hash;
+    } else if ((rv = call.mac(hHandle, &mac)), mac) {
+        object = mac;
+    }
+    if (!object)
+        return SAR_INVALIDHANDLEERR;
+    if (rv != SAR_OK && rv != SAR_DEVICE_REMOVED)
+        return rv;
+    HandleRegistry::instance().close(object);
+    return rv;
+}

@@ -1,0 +1,248 @@
+#include "skfcall.h"
+
+#include "cipherkey.h"
+#include "devicecache.h"
+#include "handleregistry.h"
+#include "hashobject.h"
+#include "macobject.h"
+
+#include <QFile>
+
+#include <string.h>
+
+namespace {
+
+std::recursive_mutex &callMutex()
+{
+    static std::recursive_mutex *m = new std::recursive_mutex;
+    return *m;
+}
+
+template <class T>
+ULONG lookup(const void *handle, TokenObject::Kind kind, T **out)
+{
+    TokenObject *o = HandleRegistry::instance().find(handle, kind);
+    if (!o)
+        return SAR_INVALIDHANDLEERR;
+    *out = static_cast<T *>(o);
+    return SAR_OK;
+}
+
+} // namespace
+
+SkfCall::SkfCall(const char *function)
+    : m_lock(callMutex())
+    , m_function(function)
+{
+}
+
+ULONG SkfCall::checkDevice(Connection *connection)
+{
+    if (!connection->alive())
+        return SAR_DEVICE_REMOVED;
+    FaultPlan::Entry fault;
+    if (DeviceCache::instance().takeFault(connection->store(), connection->device(), connection->faultPath(),
+                                          m_function, &fault)) {
+        if (!fault.sizeLie)
+            return fault.code;
+        m_sizeDelta = fault.sizeDelta;
+    }
+    return SAR_OK;
+}
+
+ULONG SkfCall::device(DEVHANDLE handle, Connection **out)
+{
+    const ULONG rv = lookup(handle, TokenObject::ConnectionKind, out);
+    return rv != SAR_OK ? rv : checkDevice(*out);
+}
+
+ULONG SkfCall::app(HAPPLICATION handle, AppObject **out)
+{
+    const ULONG rv = lookup(handle, TokenObject::AppKind, out);
+    return rv != SAR_OK ? rv : checkDevice((*out)->connection());
+}
+
+ULONG SkfCall::container(HCONTAINER handle, ContainerObject **out)
+{
+    const ULONG rv = lookup(handle, TokenObject::ContainerKind, out);
+    return rv != SAR_OK ? rv : checkDevice((*out)->connection());
+}
+
+ULONG SkfCall::key(HANDLE handle, CipherKey **out)
+{
+    const ULONG rv = lookup(handle, TokenObject::KeyKind, out);
+    return rv != SAR_OK ? rv : checkDevice((*out)->connection());
+}
+
+ULONG SkfCall::hash(HANDLE handle, HashObject **out)
+{
+    const ULONG rv = lookup(handle, TokenObject::HashKind, out);
+    return rv != SAR_OK ? rv : checkDevice((*out)->connection());
+}
+
+ULONG SkfCall::mac(HANDLE handle, MacObject **out)
+{
+    const ULONG rv = lookup(handle, TokenObject::MacKind, out);
+    return rv != SAR_OK ? rv : checkDevice((*out)->connection());
+}
+
+ULONG SkfCall::named(DeviceStore &store, const QString &device)
+{
+    const std::string faults = QFile::encodeName(store.path(device, DeviceStore::FaultFile)).toStdString();
+    FaultPlan::Entry fault;
+    if (DeviceCache::instance().takeFault(store, device, faults, m_function, &fault)) {
+        if (!fault.sizeLie)
+            return fault.code;
+        m_sizeDelta = fault.sizeDelta;
+    }
+    return SAR_OK;
+}
+
+ULONG SkfCall::anyDevice(DeviceStore &store, const QStringList &devices)
+{
+    for (const QString &d : devices) {
+        const ULONG rv = named(store, d);
+        if (rv != SAR_OK || m_sizeDelta != 0)
+            return rv;
+    }
+    return SAR_OK;
+}
+
+ULONG SkfCall::data(Connection *connection, const DeviceData **out)
+{
+    DeviceCache::SnapshotPtr snap = DeviceCache::instance().snapshot(connection);
+    *out = snap ? &snap->data : nullptr;
+    if (!snap)
+        return SAR_DEVICE_REMOVED;
+    if (m_held.empty() || m_held.back() != snap)
+        m_held.push_back(std::move(snap));
+    return SAR_OK;
+}
+
+ULONG SkfCall::appData(AppObject *app, const DeviceData **device, const DeviceData::App **out)
+{
+    const ULONG rv = data(app->connection(), device);
+    if (rv != SAR_OK)
+        return rv;
+    *out = (*device)->app(app->name());
+    return *out ? SAR_OK : SAR_APPLICATION_NOT_EXISTS;
+}
+
+ULONG SkfCall::containerData(ContainerObject *container, const DeviceData::App **app,
+                             const DeviceData::Container **out)
+{
+    const DeviceData *d = nullptr;
+    const ULONG rv = appData(container->app(), &d, app);
+    if (rv != SAR_OK)
+        return rv;
+    *out = (*app)->container(container->name());
+    return *out ? SAR_OK : TW_ERR_CONTAINER_NOT_EXIST;
+}
+
+EVP_PKEY *SkfCall::privateKey(ContainerObject *container, bool sign)
+{
+    const DeviceData *d = nullptr;
+    if (data(container->connection(), &d) != SAR_OK)
+        return nullptr;
+    return m_held.back()->privateKey(container->app()->name(), container->name(), sign);
+}
+
+ULONG SkfCall::modify(Connection *connection, const std::function<ULONG(DeviceData &, bool &)> &change)
+{
+    ULONG result = SAR_OK;
+    QString error;
+    const bool written = connection->store().update(connection->device(), [&](DeviceData &d) {
+        bool persist = true;
+        result = change(d, persist);
+        return persist;
+    }, &error);
+    if (!written && error.isEmpty())
+        return result; // change() chose not to write
+    if (!written)
+        return connection->store().exists(connection->device()) ? ULONG(SAR_WRITEFILEERR) : ULONG(SAR_DEVICE_REMOVED);
+    return result;
+}
+
+ULONG SkfCall::modifyApp(AppObject *app, const std::function<ULONG(DeviceData::App &, DeviceData &, bool &)> &change)
+{
+    return modify(app->connection(), [&](DeviceData &d, bool &persist) -> ULONG {
+        DeviceData::App *a = d.app(app->name());
+        if (!a) {
+            persist = false;
+            return SAR_APPLICATION_NOT_EXISTS;
+        }
+        return change(*a, d, persist);
+    });
+}
+
+ULONG SkfCall::requireUser(AppObject *app) const
+{
+    return app->connection()->userLoggedIn(app->name()) ? ULONG(SAR_OK) : ULONG(SAR_USER_NOT_LOGGED_IN);
+}
+
+void SkfCall::reportSize(ULONG *len, ULONG actual)
+{
+    const qint64 shown = qint64(actual) + m_sizeDelta;
+    *len = shown < 0 ? 0 : ULONG(shown);
+}
+
+ULONG SkfCall::fill(const QByteArray &bytes, BYTE *out, ULONG *len)
+{
+    if (!len)
+        return SAR_INVALIDPARAMERR;
+    const ULONG need = ULONG(bytes.size());
+    if (out && *len < need) {
+        *len = need;
+        return SAR_BUFFER_TOO_SMALL;
+    }
+    if (out && need)
+        memcpy(out, bytes.constData(), need);
+    reportSize(len, need);
+    return SAR_OK;
+}
+
+ULONG SkfCall::fillText(const QByteArray &bytes, LPSTR out, ULONG *len)
+{
+    return fill(bytes, reinterpret_cast<BYTE *>(out), len);
+}
+
+void SkfCall::unlockWhile(const std::function<void()> &wait)
+{
+    m_lock.unlock();
+    wait();
+    m_lock.lock();
+}
+
+ULONG SkfCall::input(const BYTE *data, ULONG len, QByteArray *out)
+{
+    if (len == 0) {
+        out->clear();
+        return SAR_OK;
+    }
+    if (!data)
+        return SAR_INVALIDPARAMERR;
+    if (len > MaxInput)
+        return SAR_INDATALENERR;
+    *out = QByteArray(reinterpret_cast<const char *>(data), int(len));
+    return SAR_OK;
+}
+
+bool SkfCall::name(const char *text, int maxBytes, QString *out)
+{
+    if (!text)
+        return false;
+    const size_t len = strnlen(text, size_t(maxBytes) + 1);
+    if (len == 0 || len > size_t(maxBytes))
+        return false;
+    *out = QString::fromUtf8(text, int(len));
+    return true;
+}
+
+QByteArray SkfCall::multiString(const QStringList &names)
+{
+    QByteArray out;
+    for (const QString &n : names)
+        out.append(n.toUtf8()).append('\0');
+    out.append('\0');
+    return out;
+}

@@ -1,0 +1,84 @@
+// One call into the token library. Every exported function starts with one:
+// it serialises the call, resolves and checks the handles (unknown or closed
+// handle, device pulled, planned fault, in that order), and reports sizes
+// (size-then-fill, with a planned size lie applied).
+#ifndef SOFTTOKEN_SKFCALL_H
+#define SOFTTOKEN_SKFCALL_H
+
+#include "skfapi.h"
+
+#include "appobject.h"
+#include "devicecache.h"
+#include "connection.h"
+#include "containerobject.h"
+#include "devicedata.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <mutex>
+#include <vector>
+
+class CipherKey;
+class HashObject;
+class MacObject;
+typedef struct evp_pkey_st EVP_PKEY;
+
+class SkfCall
+{
+public:
+    // Inputs larger than this are refused rather than copied.
+    enum { MaxInput = 64 * 1024 * 1024 };
+
+    explicit SkfCall(const char *function);
+
+    ULONG device(DEVHANDLE handle, Connection **out);
+    ULONG app(HAPPLICATION handle, AppObject **out);
+    ULONG container(HCONTAINER handle, ContainerObject **out);
+    ULONG key(HANDLE handle, CipherKey **out);
+    ULONG hash(HANDLE handle, HashObject **out);
+    ULONG mac(HANDLE handle, MacObject **out);
+    // Faults planned on a device named without a handle, or on any of them.
+    ULONG named(DeviceStore &store, const QString &device);
+    ULONG anyDevice(DeviceStore &store, const QStringList &devices);
+
+    // The device's current data, or the application and container of a
+    // handle; codes for what has vanished meanwhile. What they point to
+    // stays valid for the rest of the call.
+    ULONG data(Connection *connection, const DeviceData **out);
+    ULONG appData(AppObject *app, const DeviceData **device, const DeviceData::App **out);
+    ULONG containerData(ContainerObject *container, const DeviceData::App **app, const DeviceData::Container **out);
+    EVP_PKEY *privateKey(ContainerObject *container, bool sign);
+    // Read-modify-write of the device under its lock. change() returns the
+    // call's result and may clear persist to write nothing.
+    ULONG modify(Connection *connection, const std::function<ULONG(DeviceData &, bool &persist)> &change);
+    ULONG modifyApp(AppObject *app, const std::function<ULONG(DeviceData::App &, DeviceData &, bool &persist)> &change);
+
+    ULONG requireUser(AppObject *app) const;
+
+    // Size-then-fill: a null buffer asks for the size.
+    ULONG fill(const QByteArray &bytes, BYTE *out, ULONG *len);
+    ULONG fillText(const QByteArray &bytes, LPSTR out, ULONG *len);
+    void reportSize(ULONG *len, ULONG actual);
+
+    // Releases the call's lock while the caller waits; handles must be
+    // looked up again afterwards.
+    void unlockWhile(const std::function<void()> &wait);
+
+    static ULONG input(const BYTE *data, ULONG len, QByteArray *out);
+    // A NUL-terminated name of at most maxBytes.
+    static bool name(const char *text, int maxBytes, QString *out);
+    static QByteArray multiString(const QStringList &names);
+
+private:
+    ULONG checkDevice(Connection *connection);
+
+    std::unique_lock<std::recursive_mutex> m_lock;
+    std::vector<DeviceCache::SnapshotPtr> m_held;
+    const char *m_function;
+    qint32 m_sizeDelta = 0;
+};
+
+#endif // SOFTTOKEN_SKFCALL_H

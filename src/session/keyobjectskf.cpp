@@ -1,0 +1,965 @@
+#include "keyobjectskf.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <cstdio>
+#include <cstring>
+
+#include "frame/twlog.h"
+#include "package/keydriverpackage.h"
+#include "skf/keydriverskf.h"
+#include "skfformat.h"
+#include "skfresult.h"
+
+namespace {
+
+const char kPrintTag[] = "[TWKeyObjectSkf::PrintError] Error:";
+// Written at each connect, read back to learn whether another session or
+// process has connected since.
+const char kDeviceStateFile[] = "/tmp/tw_device";
+// A session this young is taken as good without asking the token.
+const quint32 kFreshMsecs = 800;
+
+const char kAppIsNull[] = " end . app is null";
+const char kDevIsNull[] = " end . dev is null";
+const char kNameInvalid[] = " end,parameter invalid ";
+const char kDataInvalid[] = " end. parameter invalid";
+const char kContainerNameEmpty[] = " end. containerName is empty.";
+const char kContainerIsNull[] = " end. container = null";
+
+// Fixed-size text fields of DEVINFO are NUL-padded, not always ended.
+QString fieldText(const char *field, size_t size)
+{
+    return QString::fromLocal8Bit(field, int(qstrnlen(field, uint(size))));
+}
+
+template <size_t N>
+QString fieldText(const char (&field)[N])
+{
+    return fieldText(field, N);
+}
+
+int serialLimit(KeyDriverPackage *package)
+{
+    return package ? package->GetLimitSize(16) : 16;
+}
+
+// A user PIN has 6 to 16 characters; the token judges the rest.
+bool userPinLengthOk(const QString &pin)
+{
+    return pin.length() >= 6 && pin.length() <= 16;
+}
+
+ULONG pinType(bool isAdmin)
+{
+    return isAdmin ? ADMIN_TYPE : USER_TYPE;
+}
+
+// A file or container list: names ended by NUL, the first empty name ends
+// the list, and a last name without its NUL still counts.
+QStringList splitNames(const QByteArray &buffer, ULONG size)
+{
+    QStringList names;
+    QByteArray rest = buffer.left(int(qMin<quint64>(size, quint64(buffer.size()))));
+    while (!rest.isEmpty()) {
+        const int end = rest.indexOf('\0');
+        const QByteArray name = end < 0 ? rest : rest.left(end);
+        if (name.isEmpty())
+            break;
+        names.append(QString::fromLatin1(name));
+        rest = rest.mid(name.size() + 1);
+    }
+    return names;
+}
+
+// Six random bytes: the cheapest question a token must answer.
+ULONG probeToken(KeyDriverSKF *driver, DEVHANDLE dev)
+{
+    if (!driver)
+        return SAR_NOTINITIALIZEERR;
+    BYTE random[7] = {0};
+    return driver->pSKF_GenRandom(dev, random, 6);
+}
+
+QString versionText(const char *function, const VERSION &version)
+{
+    const QString major = QString::number(uint(version.major));
+    const QString minor = QString::number(uint(version.minor));
+    if (twlog::enabled()) {
+        twlog::debug(function, __LINE__, QStringLiteral(" strMajor is:") + major);
+        twlog::debug(function, __LINE__, QStringLiteral(" strMinor is:") + minor);
+    }
+    return major + QLatin1Char('.') + minor;
+}
+
+} // namespace
+
+KeyObjectSKF::KeyObjectSKF(KeyDriverPackage *package, QString devName, QObject *parent)
+    : KeyObject(devName, nullptr), m_AlgID(0), m_package(package), dev(nullptr), app(nullptr),
+      keyDriver(qobject_cast<KeyDriverSKF *>(parent)), m_call(this, kPrintTag)
+{
+    m_isOpen = false;
+    std::memset(&devInfo, 0, sizeof(devInfo));
+}
+
+KeyObjectSKF::~KeyObjectSKF()
+{
+    KeyObjectSKF::closeV1();
+    keyDriver = nullptr;
+}
+
+void KeyObjectSKF::PrintError(unsigned int ret, char *msg)
+{
+    SkfResult::print(kPrintTag, ret, msg);
+}
+
+// ---------------------------------------------------------------------------
+// Opening and closing
+
+bool KeyObjectSKF::open()
+{
+    TW_LOG(" KeyObjectSKF start");
+    const bool wasOpen = m_isOpen;
+    if (wasOpen) {
+        const int timeTemp = m_time.msecsTo(QTime::currentTime());
+        TW_LOG(QStringLiteral(" timeTemp: ") + QString::number(timeTemp));
+        // Negative after midnight: as unsigned that counts as long ago.
+        if (quint32(timeTemp) <= kFreshMsecs)
+            return true;
+        if (!dev) {
+            m_time = QTime::currentTime();
+            return true;
+        }
+        if (probeToken(keyDriver, dev) != SAR_OK) {
+            TW_LOG(" SblEnumDev = true");
+            m_needEnumFile = true;
+            m_time = QTime::currentTime();
+        } else {
+            const QString strSerialNumber = fieldText(devInfo.SerialNumber);
+            DEVINFO devtemp;
+            std::memset(&devtemp, 0, sizeof(devtemp));
+            if (keyDriver)
+                keyDriver->pSKF_GetDevInfo(dev, &devtemp);
+            const QString tempSerial = fieldText(devtemp.SerialNumber);
+            TW_LOG(QStringLiteral("devtemp.SerialNumber = %1, strSerialNumber = %2").arg(tempSerial, strSerialNumber));
+            // Same token: the probe stands in for a connect, and m_time is
+            // left alone so the next open probes again.
+            if (tempSerial == strSerialNumber)
+                return true;
+            m_needEnumFile = true;
+            m_time = QTime::currentTime();
+        }
+    }
+
+    // Always read, so m_keyStatus follows the file.
+    const bool changed = GetKeyStatus();
+    if (!changed && dev && !wasOpen) {
+        TW_LOG("key statue is not change");
+        return true;
+    }
+
+    TW_LOG("linux SKF_ConnectDev");
+    DEVHANDLE handle = nullptr;
+    // Without a driver there is no library to connect through.
+    const ULONG ret = keyDriver ? keyDriver->pSKF_ConnectDev(m_devName.toLocal8Bit().data(), &handle)
+                                : ULONG(SAR_NOTINITIALIZEERR);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ConnectDev failed,ret = %d ", SkfCall::CloseAlways);
+        return false;
+    }
+
+    // A dev and app held from before are dropped, not released.
+    dev = handle;
+    std::memset(&devInfo, 0, sizeof(devInfo));
+    if (keyDriver) {
+        TW_LOG("linux SKF_GetDevInfo ");
+        keyDriver->pSKF_GetDevInfo(dev, &devInfo);
+        SaveKeySn();
+    }
+
+    m_isOpen = false;
+    const QStringList appNames = enumApplication();
+    if (appNames.isEmpty())
+        TW_LOG(" end. appNameList.count = 0");
+
+    // The first application with a container that opens is the session's.
+    for (const QString &appName : appNames) {
+        HAPPLICATION hApp = nullptr;
+        const ULONG appRet = keyDriver->pSKF_OpenApplication(dev, appName.toUtf8().data(), &hApp);
+        if (appRet != SAR_OK) {
+            SKF_FAILED(appRet, " SKF_OpenApplication failed,ret= %d", SkfCall::CloseNever);
+            continue;
+        }
+        app = hApp;
+        const QStringList containers = enumContainer();
+        for (const QString &containerName : containers) {
+            if (!openContainer(containerName))
+                continue;
+            TW_LOGF(" SKF_OpenApplication success containerName= %s", containerName.toUtf8().constData());
+            m_isOpen = true;
+            m_time = QTime::currentTime();
+            TW_LOG(" KeyObjectSKF end");
+            return true;
+        }
+    }
+    TW_LOG(" end");
+    return m_isOpen;
+}
+
+void KeyObjectSKF::close()
+{
+    // The session stays connected for its next use; closeV1 is the real end.
+    TW_LOG(" start");
+    TW_LOG(" end");
+}
+
+bool KeyObjectSKF::closeV1()
+{
+    TW_LOG(" start");
+    m_fileList.clear();
+    if (app) {
+        TW_LOG(" CloseApplication");
+        if (keyDriver)
+            keyDriver->pSKF_CloseApplication(app);
+        app = nullptr;
+    } else {
+        setLastError(SAR_USER_NOT_LOGGED_IN);
+    }
+    if (dev) {
+        TW_LOG(" DisConnectDev");
+        if (keyDriver)
+            keyDriver->pSKF_DisConnectDev(dev);
+        dev = nullptr;
+    } else {
+        setLastError(SAR_USER_NOT_LOGGED_IN);
+    }
+    m_isOpen = false;
+    TW_LOG(" end");
+    return m_isOpen;
+}
+
+bool KeyObjectSKF::isKeyDisConnect()
+{
+    if (probeToken(keyDriver, dev) != SAR_OK) {
+        TW_LOG(" keyDriver->pSKF_GenRandom failed");
+        return true;
+    }
+    return false;
+}
+
+QStringList KeyObjectSKF::enumApplication()
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull}))
+        return QStringList();
+
+    // One call: a list past 256 bytes is the library's failure.
+    char buffer[256];
+    std::memset(buffer, 0, sizeof(buffer));
+    ULONG size = sizeof(buffer);
+    TW_LOG(" SKF_EnumApplication");
+    const ULONG ret = keyDriver->pSKF_EnumApplication(dev, buffer, &size);
+    TW_LOG(QStringLiteral(" SKF_EnumApplication 0 ulSize: %1").arg(size));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, "SKF_EnumApplication failed.ret = %d", SkfCall::CloseIfRemoved, SkfCall::NoError);
+        return QStringList();
+    }
+
+    // Empty entries are skipped, not taken as the end.
+    QStringList names;
+    const ULONG end = qMin<ULONG>(size, sizeof(buffer));
+    ULONG pos = 0;
+    while (pos < end) {
+        if (buffer[pos] == '\0') {
+            ++pos;
+            continue;
+        }
+        const ULONG length = ULONG(qstrnlen(buffer + pos, uint(end - pos)));
+        names.append(QString::fromLocal8Bit(buffer + pos, int(length)));
+        pos += length;
+    }
+    TW_LOG(" end");
+    return names;
+}
+
+bool KeyObjectSKF::openApplication()
+{
+    TW_LOG(" start");
+    if (!keyDriver) {
+        TW_LOG(" end. keyDriver = null");
+        return false;
+    }
+    if (app) {
+        // The words are the old ones, kept though they say the opposite.
+        TW_LOG(" end. app = null");
+        return true;
+    }
+    const QStringList names = enumApplication();
+    if (names.isEmpty()) {
+        TW_LOG(" end. appNameList.count = 0");
+        return false;
+    }
+    app = openApplication(names.first());
+    if (!app) {
+        TW_LOG(" end. app = null");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+HAPPLICATION KeyObjectSKF::openApplication(QString appName)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull}))
+        return nullptr;
+    if (appName.isEmpty()) {
+        TW_LOG(" end. keyDriver = null or dev = null or appName is empty.");
+        return nullptr;
+    }
+    TW_LOG(" SKF_OpenApplication");
+    HAPPLICATION handle = nullptr;
+    const ULONG ret = keyDriver->pSKF_OpenApplication(dev, appName.toUtf8().data(), &handle);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_OpenApplication failed,ret= %d", SkfCall::CloseNever, SkfCall::ErrorThenClose, false);
+        m_isOpen = false;
+        TW_LOG(" end");
+        return nullptr;
+    }
+    TW_LOG(" end");
+    return handle;
+}
+
+bool KeyObjectSKF::SaveKeySn()
+{
+    TW_LOG(" start");
+    FILE *file = std::fopen(kDeviceStateFile, "w+");
+    if (!file)
+        return true;
+    const QString serial = GetSerialNumByString(fieldText(devInfo.SerialNumber), quint64(serialLimit(m_package)));
+    const QByteArray bytes = serial.toLocal8Bit();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), file);
+    std::fclose(file);
+    TW_LOG(" end");
+    return true;
+}
+
+bool KeyObjectSKF::GetKeyStatus()
+{
+    TW_LOG(" start");
+    // A missing or empty file counts as a change.
+    FILE *file = std::fopen(kDeviceStateFile, "rt");
+    if (!file)
+        return true;
+    std::fseek(file, 0, SEEK_END);
+    const long size = std::ftell(file);
+    if (size <= 0) {
+        std::fclose(file);
+        return true;
+    }
+    std::fseek(file, 0, SEEK_SET);
+    QByteArray content(int(size), '\0');
+    const size_t got = std::fread(content.data(), 1, size_t(size), file);
+    content.truncate(int(got));
+    const int nul = content.indexOf('\0');
+    if (nul >= 0)
+        content.truncate(nul);
+    const QString value = QString::fromLocal8Bit(content);
+
+    TW_LOGF_ERROR(" tw_device,value = %s ", content.constData());
+    std::printf("%s\n", content.constData());
+    std::fclose(file);
+
+    if (value == m_keyStatus) {
+        TW_LOG_ERROR("key statue is not change ");
+        return false;
+    }
+    m_keyStatus = value;
+    TW_LOG(" end");
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Identity and capacity: read from the DEVINFO of the last connect, but for
+// the space queries, which read it anew.
+
+QString KeyObjectSKF::labelName()
+{
+    const QString label = fieldText(devInfo.Label);
+    TW_LOGF(" labelName = %s ", label.toUtf8().constData());
+    return label;
+}
+
+QString KeyObjectSKF::serialNumber()
+{
+    const QString serial = GetSerialNumByString(fieldText(devInfo.SerialNumber), quint64(serialLimit(m_package)));
+    TW_LOGF(" serialNumber(A) = %s ", serial.toUtf8().constData());
+    return serial;
+}
+
+QString KeyObjectSKF::serialNumberEx()
+{
+    const QString serial = fieldText(devInfo.SerialNumber);
+    TW_LOGF(" serialNumber = %s ", serial.toUtf8().constData());
+    return serial;
+}
+
+QString KeyObjectSKF::GetManufacturer()
+{
+    const QString manufacturer = fieldText(devInfo.Manufacturer);
+    TW_LOGF(" Manufacturer = %s ", manufacturer.toUtf8().constData());
+    return manufacturer;
+}
+
+QString KeyObjectSKF::GetHWVersion()
+{
+    return versionText(__FUNCTION__, devInfo.HWVersion);
+}
+
+QString KeyObjectSKF::GetFirmwareVersion()
+{
+    return versionText(__FUNCTION__, devInfo.FirmwareVersion);
+}
+
+bool KeyObjectSKF::SetlabelName(QString strlabelName)
+{
+    TW_LOG(" start");
+    if (!dev) {
+        TW_LOG(" dev is NULL");
+        return false;
+    }
+    if (!keyDriver) {
+        TW_LOG(" keyDriver is NULL");
+        return false;
+    }
+    // devInfo keeps the old label until the next read.
+    const ULONG ret = keyDriver->pSKF_SetLabel(dev, strlabelName.toUtf8().data());
+    if (ret == SAR_OK) {
+        TW_LOG(" SetLabel is successfully");
+        TW_LOG(" end");
+        return true;
+    }
+    TW_LOG(" end");
+    return false;
+}
+
+quint64 KeyObjectSKF::totalSpace()
+{
+    TW_LOG(" start");
+    if (dev && keyDriver) {
+        std::memset(&devInfo, 0, sizeof(devInfo));
+        TW_LOG(" SKF_GetDevInfo ");
+        keyDriver->pSKF_GetDevInfo(dev, &devInfo);
+    }
+    return quint64(devInfo.TotalSpace);
+}
+
+quint64 KeyObjectSKF::freeSpace()
+{
+    TW_LOG(" start");
+    if (dev && keyDriver) {
+        std::memset(&devInfo, 0, sizeof(devInfo));
+        TW_LOG(" SKF_GetDevInfo ");
+        keyDriver->pSKF_GetDevInfo(dev, &devInfo);
+    }
+    return quint64(devInfo.FreeSpace);
+}
+
+bool KeyObjectSKF::formatKey()
+{
+    return SkfFormat::formatKey(this, app != nullptr, m_package);
+}
+
+// ---------------------------------------------------------------------------
+// PINs. The session keeps no PIN and no login flag: that state is the
+// token's.
+
+bool KeyObjectSKF::changePIN(bool isAdmin, QString oldPin, QString newPin)
+{
+    TW_LOG(" start");
+    // The old PIN is judged first where both are wrong.
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!isAdmin && !userPinLengthOk(oldPin), TW_ERR_OLD_PIN_LEN, " end . oldPin len error"},
+                    {!isAdmin && !userPinLengthOk(newPin), TW_ERR_NEW_PIN_LEN, " end . newPin len error"}))
+        return false;
+
+    TW_LOG(" SKF_ChangePIN");
+    ULONG retryCount = 0;
+    const ULONG ret = keyDriver->pSKF_ChangePIN(app, pinType(isAdmin), oldPin.toUtf8().data(), newPin.toUtf8().data(),
+                                                &retryCount);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ChangePIN failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError, false);
+        TW_LOG(" end.");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+bool KeyObjectSKF::verifyPin(QString pinCode, bool isAdmin)
+{
+    return verifyPinEx(pinCode, isAdmin);
+}
+
+bool KeyObjectSKF::verifyPinEx(QString pinCode, bool isAdmin)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull}))
+        return false;
+    // A user PIN of the wrong length never reaches the token, so it costs
+    // no retry.
+    const bool badLength = !isAdmin && !userPinLengthOk(pinCode);
+    if (badLength)
+        TW_LOG(QStringLiteral(" pinCode length: %1").arg(pinCode.length()));
+    if (SKF_REFUSED({badLength, TW_ERR_OLD_PIN_LEN, " end . oldPin len error"}))
+        return false;
+
+    TW_LOG(" SKF_VerifyPIN");
+    ULONG retryCount = 0;
+    const ULONG ret = keyDriver->pSKF_VerifyPIN(app, pinType(isAdmin), pinCode.toUtf8().data(), &retryCount);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_VerifyPIN failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError);
+        TW_LOG(" end.");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+bool KeyObjectSKF::resetUserPin()
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull}))
+        return false;
+
+    QByteArray userPin(SkfFormat::kDefaultUserPin);
+    QByteArray adminPin(SkfFormat::kBuiltInAdminPin);
+    ULONG retryCount = 0;
+    const ULONG firstRet = keyDriver->pSKF_UnblockPIN(app, adminPin.data(), userPin.data(), &retryCount);
+    if (firstRet == SAR_OK) {
+        TW_LOG(" end");
+        return true;
+    }
+    SKF_FAILED(firstRet, " SKF_UnblockPIN first failed,ret = %d", SkfCall::CloseNever, SkfCall::NoError, false);
+
+    // Second try with the package's own administrator PIN, if it has one.
+    const QString encoded = m_package ? m_package->defaultAdminPin() : QString();
+    if (encoded.isEmpty()) {
+        setLastError(int(firstRet));
+        return false;
+    }
+    TW_LOG(QStringLiteral(" strDefaultAdminPin: ") + encoded);
+    QByteArray packagePin = SkfFormat::decodeAdminPin(encoded);
+    const ULONG secondRet = keyDriver->pSKF_UnblockPIN(app, packagePin.data(), userPin.data(), &retryCount);
+    if (secondRet == SAR_OK) {
+        TW_LOG(" end");
+        return true;
+    }
+    // The second failure is recorded but not logged.
+    setLastError(int(secondRet));
+    return false;
+}
+
+bool KeyObjectSKF::resetUserPinV1(QString AdminPin, QString NewUserPin)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull}))
+        return false;
+    TW_LOGF(" AdminPinLength: %d", AdminPin.length());
+    TW_LOGF(" NewUserPinLength: %d", NewUserPin.length());
+
+    // Without an administrator PIN the built-in rescue runs, and its
+    // outcome is not passed on.
+    if (AdminPin.isEmpty()) {
+        resetUserPin();
+        return true;
+    }
+    if (NewUserPin.isEmpty())
+        NewUserPin = QString::fromLatin1(SkfFormat::kDefaultUserPin);
+
+    TW_LOG(" SKF_UnblockPIN");
+    ULONG retryCount = 0;
+    const ULONG ret =
+        keyDriver->pSKF_UnblockPIN(app, AdminPin.toUtf8().data(), NewUserPin.toUtf8().data(), &retryCount);
+    if (ret != SAR_OK) {
+        TW_LOGF_ERROR(" SKF_UnblockPIN failed,pulRetryCount = %d", int(retryCount));
+        SKF_FAILED(ret, " SKF_UnblockPIN failed,ret = %d", SkfCall::CloseNever, SkfCall::ErrorThenClose, false);
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+bool KeyObjectSKF::resetAdminPin()
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app, SAR_USER_NOT_LOGGED_IN, kAppIsNull}))
+        return false;
+    return SkfFormat::adoptBuiltInAdminPin(__FUNCTION__, this, m_package, true);
+}
+
+quint64 KeyObjectSKF::GetPINInfo(quint64 ulPINType, quint64 ulOutType)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull}))
+        return 0;
+    TW_LOG(" SKF_GetPINInfo ");
+    ULONG maxRetry = 0;
+    ULONG remainRetry = 0;
+    BOOL isDefault = 0;
+    const ULONG ret = keyDriver->pSKF_GetPINInfo(app, ULONG(ulPINType), &maxRetry, &remainRetry, &isDefault);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_GetPINInfo failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError, false);
+        return 0;
+    }
+    TW_LOG(" end");
+    if (ulOutType == 0)
+        return maxRetry;
+    if (ulOutType == 1)
+        return remainRetry;
+    return 0;
+}
+
+// ---------------------------------------------------------------------------
+// Files. Moved whole, never chunked; rights and login are the token's to
+// judge.
+
+bool KeyObjectSKF::createFile(QString fileName, quint64 ulFileSize, quint64 readRights, quint64 writeRights)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid}))
+        return false;
+    const ULONG ret = keyDriver->pSKF_CreateFile(app, fileName.toUtf8().data(), ULONG(ulFileSize), ULONG(readRights),
+                                                 ULONG(writeRights));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_CreateFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError, false);
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+QStringList KeyObjectSKF::enumFiles()
+{
+    TW_LOG(" start");
+    m_fileList.clear();
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull}))
+        return m_fileList;
+
+    // A failed size query leaves the session alone; a failed fill closes it
+    // whatever the code.
+    ULONG size = 0;
+    ULONG ret = keyDriver->pSKF_EnumFiles(app, nullptr, &size);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_EnumFiles failed,ret = %d", SkfCall::CloseNever, SkfCall::NoError, false);
+        return m_fileList;
+    }
+    QByteArray buffer(int(size) + 1, '\0');
+    ret = keyDriver->pSKF_EnumFiles(app, buffer.data(), &size);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_EnumFiles failed,ret = %d", SkfCall::CloseAlways, SkfCall::CloseThenError, false);
+        m_fileList.clear();
+        return m_fileList;
+    }
+    m_fileList = splitNames(buffer, size);
+    TW_LOG(" end");
+    return m_fileList;
+}
+
+QByteArray KeyObjectSKF::readFile(QString fileName, quint64 ulOffset, quint64 ulSize)
+{
+    // The whole file is read whatever size is asked.
+    Q_UNUSED(ulSize);
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid}))
+        return QByteArray();
+
+    // Attributes are asked under the Latin-1 name, the read under UTF-8.
+    FILEATTRIBUTE attributes;
+    std::memset(&attributes, 0, sizeof(attributes));
+    ULONG ret = keyDriver->pSKF_GetFileInfo(app, fileName.toLatin1().data(), &attributes);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_GetFileInfo failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
+        return QByteArray();
+    }
+    if (attributes.FileSize == 0) {
+        TW_LOG(" end");
+        return QByteArray();
+    }
+
+    QByteArray buffer(int(attributes.FileSize) + 1, '\0');
+    ULONG outLength = attributes.FileSize;
+    ret = keyDriver->pSKF_ReadFile(app, fileName.toUtf8().data(), ULONG(ulOffset), attributes.FileSize,
+                                   reinterpret_cast<BYTE *>(buffer.data()), &outLength);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ReadFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
+        return QByteArray();
+    }
+    TW_LOG(" end");
+    return buffer.left(int(qMin(outLength, attributes.FileSize)));
+}
+
+bool KeyObjectSKF::writeFile(QString fileName, quint64 offset, QByteArray data)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid},
+                    {data.isEmpty(), SAR_INDATALENERR, kDataInvalid}))
+        return false;
+    const ULONG ret = keyDriver->pSKF_WriteFile(app, fileName.toUtf8().data(), ULONG(offset),
+                                                reinterpret_cast<BYTE *>(data.data()), ULONG(data.size()));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_WriteFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+bool KeyObjectSKF::deleteFile(QString fileName)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid}))
+        return false;
+    const ULONG ret = keyDriver->pSKF_DeleteFile(app, fileName.toUtf8().data());
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_DeleteFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError, false);
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+bool KeyObjectSKF::writeFileV1(QString fileName, QByteArray data)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid},
+                    {data.isEmpty(), SAR_INDATALENERR, kDataInvalid}))
+        return false;
+
+    // Replaced, not rewritten: the new file has exactly the data's length
+    // and full rights. Nothing is rolled back if the write fails.
+    QByteArray name = fileName.toUtf8();
+    const ULONG length = ULONG(data.size());
+    FILEATTRIBUTE attributes;
+    std::memset(&attributes, 0, sizeof(attributes));
+    if (keyDriver->pSKF_GetFileInfo(app, name.data(), &attributes) == SAR_OK) {
+        const ULONG ret = keyDriver->pSKF_DeleteFile(app, name.data());
+        if (ret != SAR_OK) {
+            SKF_FAILED(ret, " SKF_DeleteFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose,
+                       false);
+            return false;
+        }
+    }
+
+    ULONG ret = keyDriver->pSKF_CreateFile(app, name.data(), length, 0xFF, 0xFF);
+    if (ret != SAR_OK) {
+        // That family's tokens answer a full store with a bare failure.
+        const bool noRoom = ret == SAR_FAIL && m_package &&
+                            m_package->name().compare(QLatin1String("CFCA"), Qt::CaseInsensitive) == 0;
+        if (noRoom)
+            SKF_FAILED(SAR_NO_ROOM, " SKF_CreateFile failed (CFCA),ret = %d", SkfCall::CloseNever,
+                       SkfCall::ErrorThenClose, false);
+        else
+            SKF_FAILED(ret, " SKF_CreateFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose,
+                       false);
+        return false;
+    }
+
+    ret = keyDriver->pSKF_WriteFile(app, name.data(), 0, reinterpret_cast<BYTE *>(data.data()), length);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_WriteFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+bool KeyObjectSKF::createFileByVerifyPin()
+{
+    // Only tells the host what the package asks for.
+    const QString setting = m_package ? m_package->createFileByVerifyPin() : QString();
+    TW_LOG(QStringLiteral(" CreateFileByVerifyPin: ") + setting);
+    return setting.toLower() == QLatin1String("true");
+}
+
+// ---------------------------------------------------------------------------
+// Containers and certificates. Handles are the host's; this class never
+// closes one.
+
+Qt::HANDLE KeyObjectSKF::createContainer(QString containerName)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {containerName.isEmpty(), SAR_USER_NOT_LOGGED_IN, kContainerNameEmpty}))
+        return nullptr;
+    if (SKF_REFUSED({enumContainer().contains(containerName), TW_ERR_CONTAINER_EXISTS, " end. containerName is exist."}))
+        return nullptr;
+
+    HCONTAINER handle = nullptr;
+    const ULONG ret = keyDriver->pSKF_CreateContainer(app, containerName.toUtf8().data(), &handle);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_CreateContainer failed.ret = %d");
+        return nullptr;
+    }
+    TW_LOG(" end");
+    return handle;
+}
+
+bool KeyObjectSKF::deleteContainer(QString containerName)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {containerName.isEmpty(), SAR_USER_NOT_LOGGED_IN, kContainerNameEmpty}))
+        return false;
+    const bool exists = enumContainer().contains(containerName);
+    if (exists)
+        TW_LOG(" containerName is exist.");
+    if (SKF_REFUSED({!exists, TW_ERR_CONTAINER_NOT_EXIST, " end. containerName is not exist."}))
+        return false;
+
+    const ULONG ret = keyDriver->pSKF_DeleteContainer(app, containerName.toUtf8().data());
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_DeleteContainer failed.ret = %d");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+QStringList KeyObjectSKF::enumContainer()
+{
+    // One list for the class, emptied at every call.
+    static QStringList list;
+    TW_LOG(" start");
+    list.clear();
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull}))
+        return list;
+
+    // Only the fill call tests for a removed device.
+    ULONG size = 0;
+    ULONG ret = keyDriver->pSKF_EnumContainer(app, nullptr, &size);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_EnumContainer failed.ret = %d", SkfCall::CloseNever);
+        return list;
+    }
+    QByteArray buffer(int(size) + 1, '\0');
+    ret = keyDriver->pSKF_EnumContainer(app, buffer.data(), &size);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_EnumContainer failed.ret = %d");
+        return list;
+    }
+    list = splitNames(buffer, size);
+    TW_LOG(" end");
+    return list;
+}
+
+Qt::HANDLE KeyObjectSKF::openContainer(QString containerName)
+{
+    TW_LOG(" start");
+    // No look-up first: the library tells a missing container.
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {containerName.isEmpty(), SAR_USER_NOT_LOGGED_IN, kContainerNameEmpty}))
+        return nullptr;
+    HCONTAINER handle = nullptr;
+    const ULONG ret = keyDriver->pSKF_OpenContainer(app, containerName.toUtf8().data(), &handle);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_OpenContainer failed.ret = %d");
+        return nullptr;
+    }
+    TW_LOG(" end");
+    return handle;
+}
+
+void KeyObjectSKF::closeContainer(Qt::HANDLE container)
+{
+    // Handles stay open until the application closes; the variants differ.
+    Q_UNUSED(container);
+}
+
+int KeyObjectSKF::getContainerType(Qt::HANDLE container)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull}))
+        return 0;
+    ULONG type = 0;
+    const ULONG ret = keyDriver->pSKF_GetContainerType(container, &type);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_GetContainerType failed.ret = %d");
+        return 0;
+    }
+    TW_LOG(" end");
+    return int(type);
+}
+
+bool KeyObjectSKF::ImportCertificate(Qt::HANDLE container, bool signFlag, QByteArray cert)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull}))
+        return false;
+    // An empty certificate is the library's to refuse.
+    const ULONG ret = keyDriver->pSKF_ImportCertificate(container, signFlag ? TRUE : FALSE,
+                                                        reinterpret_cast<BYTE *>(cert.data()), ULONG(cert.size()));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ImportCertificate failed.ret = %d");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+QByteArray KeyObjectSKF::exportCertificate(Qt::HANDLE container, bool signFlag)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull}))
+        return QByteArray();
+    ULONG length = 0;
+    ULONG ret = keyDriver->pSKF_ExportCertificate(container, signFlag ? TRUE : FALSE, nullptr, &length);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ExportCertificate failed.ret = %d");
+        return QByteArray();
+    }
+    QByteArray buffer(int(length), '\0');
+    ret = keyDriver->pSKF_ExportCertificate(container, signFlag ? TRUE : FALSE,
+                                            reinterpret_cast<BYTE *>(buffer.data()), &length);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ExportCertificate failed.ret = %d");
+        return QByteArray();
+    }
+    TW_LOG(" end");
+    return buffer.left(int(qMin<quint64>(length, quint64(buffer.size()))));
+}
+
+QStringList KeyObjectSKF::exportAllCertificate(bool signFlag)
+{
+    // One list for the class, emptied at every call.
+    static QStringList certLst;
+    TW_LOG(" start");
+    certLst.clear();
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull}))
+        return certLst;
+
+    // Through the virtual operations, so a variant's overrides are used. A
+    // failing container is skipped and leaves its last error.
+    const QStringList names = enumContainer();
+    for (const QString &name : names) {
+        Qt::HANDLE container = openContainer(name);
+        if (!container)
+            continue;
+        const QByteArray cert = exportCertificate(container, signFlag);
+        if (cert.isEmpty())
+            continue;
+        certLst.append(QString::fromLatin1(cert.toBase64()));
+    }
+    TW_LOG(" end");
+    return certLst;
+}

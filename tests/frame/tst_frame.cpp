@@ -1,0 +1,358 @@
+// The component frame: late-bound dispatch, its trace, the core agent's
+// log and last-error plumbing, and the version entry point.
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <cstring>
+
+#include "frame/keydriverinfoagent.h"
+#include "frame/qdispatch.h"
+#include "frame/rtc.h"
+#include "frame/twcoreaccess.h"
+#include "frame/twlog.h"
+#include "frame/twsignaturecoreagent.h"
+#include "package/keydriverinfo.h"
+#include "twcore.h"
+
+namespace {
+
+struct Custom
+{
+    int value;
+};
+
+} // namespace
+
+// A target with the shapes the dispatch must tell apart.
+class Target : public QObject
+{
+    Q_OBJECT
+public:
+    // openEx stands first so that a loose prefix match would find it.
+    Q_INVOKABLE int openEx() { return 2; }
+    Q_INVOKABLE int open() { return 1; }
+    Q_INVOKABLE int sum(int a, int b) { return a + b; }
+    Q_INVOKABLE QString pick(int) { return QStringLiteral("int"); }
+    Q_INVOKABLE QString pick(QString) { return QStringLiteral("QString"); }
+    Q_INVOKABLE int takesCustom(int a, Custom c)
+    {
+        customCalled = true;
+        return a + c.value;
+    }
+    Q_INVOKABLE int withDefault(int a, int b = 10) { return a * 100 + b; }
+    Q_INVOKABLE void store(QByteArray data, quint64 n, Qt::HANDLE h)
+    {
+        stored = data;
+        storedNumber = n;
+        storedHandle = h;
+    }
+
+    bool customCalled = false;
+    QByteArray stored;
+    quint64 storedNumber = 0;
+    Qt::HANDLE storedHandle = nullptr;
+};
+
+// The same overload pair in the other order.
+class StringFirst : public QObject
+{
+    Q_OBJECT
+public:
+    Q_INVOKABLE QString pick(QString s) { return QStringLiteral("QString:") + s; }
+    Q_INVOKABLE QString pick(int) { return QStringLiteral("int"); }
+};
+
+class TstFrame : public QObject
+{
+    Q_OBJECT
+
+private:
+    // Points the temporary directory, and with it the trace folder of
+    // every agent made from now on, into a fresh test folder.
+    QString useTempRoot(QTemporaryDir &dir)
+    {
+        qputenv("TMPDIR", QFile::encodeName(dir.path()));
+        return dir.path() + QStringLiteral("/tarnwick");
+    }
+
+    static QStringList traceTexts(const QString &traceDir)
+    {
+        QFile file(traceDir + QStringLiteral("/quillset_core.log"));
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        QStringList texts;
+        const QList<QByteArray> lines = file.readAll().split('\n');
+        for (const QByteArray &line : lines) {
+            const int sep = line.indexOf(": ");
+            if (sep > 0)
+                texts << QString::fromUtf8(line.mid(sep + 2));
+        }
+        return texts;
+    }
+
+    QByteArray savedTmp;
+
+private slots:
+    void initTestCase() { savedTmp = qgetenv("TMPDIR"); }
+    void cleanup()
+    {
+        if (savedTmp.isNull())
+            qunsetenv("TMPDIR");
+        else
+            qputenv("TMPDIR", savedTmp);
+        ComponentDestroy();
+    }
+
+    void agentIsNamedAndTargetsItsObject()
+    {
+        Target target;
+        KeyDriverInfoAgent agent(&target);
+        QCOMPARE(agent.objectName(), QStringLiteral("Agent"));
+        QCOMPARE(agent.target(), &target);
+        QCOMPARE(agent.parent(), nullptr);
+    }
+
+    void findsByNameWithExactPrefix()
+    {
+        Target target;
+        Q_Dispatch dispatch(&target);
+        int result = 0;
+        dispatch.invokeHelper(QStringLiteral("open"), &result);
+        QCOMPARE(result, 1);
+        result = 0;
+        dispatch.invokeHelper(QStringLiteral("openEx"), &result);
+        QCOMPARE(result, 2);
+        // Blanks around the name don't matter.
+        result = 0;
+        dispatch.invokeHelper(QStringLiteral("  open \t"), &result);
+        QCOMPARE(result, 1);
+    }
+
+    void passesEveryArgumentAsAPointer()
+    {
+        Target target;
+        Q_Dispatch dispatch(&target);
+        int a = 40, b = 2, result = 0;
+        dispatch.invokeHelper(QStringLiteral("sum"), &result, &a, &b);
+        QCOMPARE(result, 42);
+
+        QByteArray data("\x00\x01raw", 5);
+        quint64 number = Q_UINT64_C(0x1122334455667788);
+        Qt::HANDLE handle = &target;
+        dispatch.invokeHelper(QStringLiteral("store"), nullptr, &data, &number, &handle);
+        QCOMPARE(target.stored, data);
+        QCOMPARE(target.storedNumber, number);
+        QCOMPARE(target.storedHandle, handle);
+    }
+
+    void firstDeclaredOverloadWins()
+    {
+        Target intFirst;
+        int value = 5;
+        QString result;
+        Q_Dispatch(&intFirst).invokeHelper(QStringLiteral("pick"), &result, &value);
+        QCOMPARE(result, QStringLiteral("int"));
+
+        StringFirst stringFirst;
+        QString text = QStringLiteral("x");
+        result.clear();
+        Q_Dispatch(&stringFirst).invokeHelper(QStringLiteral("pick"), &result, &text);
+        QCOMPARE(result, QStringLiteral("QString:x"));
+    }
+
+    void defaultedMethodNeedsEveryArgument()
+    {
+        // The full form stands first in the method table, so it is the one
+        // reached and both pointers are read.
+        Target target;
+        int a = 3, b = 7, result = 0;
+        Q_Dispatch(&target).invokeHelper(QStringLiteral("withDefault"), &result, &a, &b);
+        QCOMPARE(result, 307);
+    }
+
+    void unknownNameLeavesPresetResult()
+    {
+        QTemporaryDir tmp;
+        const QString traceDir = useTempRoot(tmp);
+        QVERIFY(QDir().mkpath(traceDir));
+        Target target;
+        Q_Dispatch dispatch(&target);
+        int result = 77;
+        dispatch.invokeHelper(QStringLiteral("nosuch"), &result);
+        QCOMPARE(result, 77);
+        dispatch.invokeHelper(QStringLiteral("   "), &result);
+        QCOMPARE(result, 77);
+        // A prefix of a real name is no name.
+        dispatch.invokeHelper(QStringLiteral("ope"), &result);
+        QCOMPARE(result, 77);
+        const QStringList trace = traceTexts(traceDir);
+        QCOMPARE(trace.count(QStringLiteral("QTCORE____ERROR: findMethodIndex fail!!!cnt")), 3);
+    }
+
+    void refusesUserValueType()
+    {
+        QTemporaryDir tmp;
+        const QString traceDir = useTempRoot(tmp);
+        QVERIFY(QDir().mkpath(traceDir));
+        Target target;
+        Q_Dispatch dispatch(&target);
+        int a = 1;
+        Custom c{2};
+        int result = -5;
+        dispatch.invokeHelper(QStringLiteral("takesCustom"), &result, &a, &c);
+        QVERIFY(!target.customCalled);
+        QCOMPARE(result, -5);
+
+        const QStringList trace = traceTexts(traceDir);
+        const int refused = trace.indexOf(QStringLiteral("参数错误"));
+        QVERIFY(refused > 1);
+        QCOMPARE(trace.at(refused - 1), QStringLiteral("paramTypeName=Custom"));
+        QCOMPARE(trace.at(refused - 2), QStringLiteral("paramTypeName=int"));
+        QVERIFY(!trace.contains(QStringLiteral("QMetaObject::metacall call in")));
+    }
+
+    void nullTargetCallsNothing()
+    {
+        QTemporaryDir tmp;
+        const QString traceDir = useTempRoot(tmp);
+        QVERIFY(QDir().mkpath(traceDir));
+        Q_Dispatch dispatch(nullptr);
+        int result = 9;
+        dispatch.invokeHelper(QStringLiteral("open"), &result);
+        QCOMPARE(result, 9);
+        QCOMPARE(traceTexts(traceDir), QStringList{QStringLiteral("methodName=open")});
+    }
+
+    void traceOnlyWhenFolderExists()
+    {
+        QTemporaryDir tmp;
+        const QString traceDir = useTempRoot(tmp);
+        Target target;
+        Q_Dispatch dispatch(&target);
+        int a = 1, b = 2, result = 0;
+        dispatch.invokeHelper(QStringLiteral("sum"), &result, &a, &b);
+        QCOMPARE(result, 3);
+        QVERIFY(!QFileInfo::exists(traceDir));
+
+        // The folder switches the trace on for an agent that already exists.
+        QVERIFY(QDir().mkpath(traceDir));
+        dispatch.invokeHelper(QStringLiteral("sum"), &result, &a, &b);
+        const QStringList trace = traceTexts(traceDir);
+        // The count is one character whose code is the count.
+        const QStringList expected{QStringLiteral("methodName=sum"),
+                                   QStringLiteral("methodName=sum::paramCount=") + QChar(2),
+                                   QStringLiteral("paramTypeName=int"),
+                                   QStringLiteral("paramTypeName=int"),
+                                   QStringLiteral("QMetaObject::metacall call in"),
+                                   QStringLiteral("QMetaObject::metacall call end")};
+        QCOMPARE(trace, expected);
+
+        // Each line carries the time of day in front.
+        QFile file(traceDir + QStringLiteral("/quillset_core.log"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(QRegularExpression(QStringLiteral("^\\d\\d:\\d\\d:\\d\\d: methodName=sum\n"))
+                    .match(QString::fromUtf8(file.readAll()))
+                    .hasMatch());
+    }
+
+    void coreAgentCarriesLogAndLastError()
+    {
+        TWCore core;
+        QCOMPARE(ComponentInit(&core), 1);
+        QVERIFY(getSignatureCore());
+        QCOMPARE(static_cast<TWSignatureCoreAgent *>(s_coreagent), getSignatureCore());
+
+        getSignatureCore()->logDebug(QStringLiteral("d"));
+        getSignatureCore()->logError(QStringLiteral("e"));
+        QCOMPARE(core.lines(TWCore::Level::Debug), QStringList{QStringLiteral("d")});
+        QCOMPARE(core.lines(TWCore::Level::Error), QStringList{QStringLiteral("e")});
+
+        // Codes travel as 32 bits and come back widened without sign.
+        twcore::setLastError(0xFFFFFFF0u);
+        QCOMPARE(core.lastError(), 0xFFFFFFF0u);
+        QCOMPARE(twcore::lastError(), 0xFFFFFFF0u);
+        KeyDriverInfo info(nullptr);
+        QCOMPARE(info.lastError(), qint64(0)); // no driver: 0, whatever the core holds
+    }
+
+    void logLinesCarryFunctionAndLine()
+    {
+        TWCore core;
+        ComponentInit(&core);
+        const int line = __LINE__ + 1;
+        TW_LOGF(" value:%d", 7);
+        TW_LOG_ERROR(QStringLiteral(" end. broken"));
+        twlog::entryDebug("CreateComponent", 12, QStringLiteral(" start"));
+        const QList<TWCore::LogLine> lines = core.lines();
+        QCOMPARE(lines.size(), 3);
+        QCOMPARE(lines.at(0).text, QStringLiteral("[logLinesCarryFunctionAndLine:%1] value:7").arg(line));
+        QCOMPARE(lines.at(0).level, TWCore::Level::Debug);
+        QCOMPARE(lines.at(1).text, QStringLiteral("[logLinesCarryFunctionAndLine:%1] end. broken").arg(line + 1));
+        QCOMPARE(lines.at(1).level, TWCore::Level::Error);
+        QCOMPARE(lines.at(2).text, QStringLiteral("[rtc:CreateComponent:12] start"));
+    }
+
+    void withoutCoreAgentEverythingIsQuiet()
+    {
+        TWCore core;
+        ComponentInit(&core);
+        twcore::setLastError(5);
+        ComponentDestroy();
+        ComponentDestroy(); // the second finds nothing to do
+        QCOMPARE(getSignatureCore(), nullptr);
+        QCOMPARE(twcore::lastError(), 0u);
+        twcore::setLastError(6);
+        TW_LOG(QStringLiteral(" dropped"));
+        QCOMPARE(core.lastError(), 5u);
+        QCOMPARE(core.lineCount(), 0);
+        QCOMPARE(createComponentObject(QStringLiteral("a"), QStringLiteral("b")), nullptr);
+    }
+
+    void createComponentObjectAsksTheCore()
+    {
+        TWCore core;
+        ComponentInit(&core);
+        QCOMPARE(createComponentObject(QStringLiteral("p.1"), QStringLiteral("iid")), nullptr);
+        QVERIFY(core.lines(TWCore::Level::Debug).join('\n').contains(QStringLiteral("p.1")));
+    }
+
+    void versionQueriesSize()
+    {
+        int length = -3;
+        QCOMPARE(TW_GetVersion(nullptr, &length), 0);
+        QCOMPARE(length, 9);
+        QCOMPARE(TW_GetVersion(nullptr, nullptr), 0);
+    }
+
+    void versionWithBufferZeroFillsAndRefuses()
+    {
+        // The size is written first, so the text never arrives: -1 and
+        // nine zero bytes, whatever length the caller gave.
+        char buffer[32];
+        std::memset(buffer, 0x55, sizeof buffer);
+        int length = 100;
+        QCOMPARE(TW_GetVersion(buffer, &length), -1);
+        QCOMPARE(length, 9);
+        QCOMPARE(QByteArray(buffer, 9), QByteArray(9, '\0'));
+        QCOMPARE(QByteArray(buffer + 9, 23), QByteArray(23, 0x55));
+    }
+
+    void versionNeverWritesPastTheCallersBuffer()
+    {
+        char buffer[8];
+        std::memset(buffer, 0x55, sizeof buffer);
+        int length = 4;
+        QCOMPARE(TW_GetVersion(buffer, &length), -1);
+        QCOMPARE(length, 9);
+        QCOMPARE(QByteArray(buffer, 8), QByteArray(4, '\0') + QByteArray(4, 0x55));
+
+        // A buffer without a length is refused untouched.
+        std::memset(buffer, 0x55, sizeof buffer);
+        QCOMPARE(TW_GetVersion(buffer, nullptr), -1);
+        QCOMPARE(QByteArray(buffer, 8), QByteArray(8, 0x55));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstFrame)
+#include "tst_frame.moc"
