@@ -237,7 +237,9 @@ bool DeviceStore::create(const QString &device, const DeviceData &data, QString 
             *error = QStringLiteral("cannot create the store %1").arg(m_root);
         return false;
     }
-    if (::mkdir(native(path(device)).constData(), 0700) != 0) {
+    // A folder without a device file is what an interrupted create leaves:
+    // it is taken over.
+    if (::mkdir(native(path(device)).constData(), 0700) != 0 && (errno != EEXIST || exists(device))) {
         if (error)
             *error = errno == EEXIST ? QStringLiteral("device %1 already exists in %2").arg(device, m_root)
                                      : errnoText(QStringLiteral("cannot create"), path(device));

@@ -110,6 +110,11 @@ void SoftTokenEngineTest::refusesBadDeviceOptions()
     o.serial.clear();
     QVERIFY(!fx.engine().createDevice(o));
     QVERIFY(fx.engine().lastError().contains("already exists"));
+    // A folder left without its device file by an interrupted create is reused.
+    QVERIFY(QDir().mkdir(fx.store() + "/half"));
+    o.name = "half";
+    QVERIFY2(fx.engine().createDevice(o), qPrintable(fx.engine().lastError()));
+    QVERIFY(fx.engine().isPresent("half"));
     SoftTokenEngine::ContainerSpec spec;
     QString error;
     QVERIFY(!SoftTokenEngine::ContainerSpec::parse("c:rsa:512", &spec, &error));
