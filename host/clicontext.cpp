@@ -3,7 +3,6 @@
 #include "skferrortext.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -86,9 +85,7 @@ int CliContext::loadLibrary()
         warn(QStringLiteral("cannot open the log file %1").arg(value("log")));
         return Usage;
     }
-    const QString lib = has("lib")
-                            ? value("lib")
-                            : QCoreApplication::applicationDirPath() + QStringLiteral("/libTWKey.so");
+    const QString lib = value("lib", QCoreApplication::applicationDirPath() + QStringLiteral("/libTWKey.so"));
     if (!m_host.load(lib)) {
         warn(QStringLiteral("cannot load the library: %1").arg(m_host.errorString()));
         return NoLibrary;
@@ -136,7 +133,7 @@ int CliContext::openKey(int index)
     return Ok;
 }
 
-int CliContext::openSelectedKey()
+int CliContext::openSelectedKey(Login login)
 {
     int index = 0;
     if (has("key")) {
@@ -145,7 +142,10 @@ int CliContext::openSelectedKey()
             return usage(QStringLiteral("--key needs a key index"));
         index = int(number);
     }
-    return openKey(index);
+    const int rc = openKey(index);
+    if (rc != Ok || login == Login::None)
+        return rc;
+    return login == Login::User ? this->login(false) : loginIfGiven();
 }
 
 void CliContext::clearError()

@@ -46,8 +46,11 @@ public:
     int startManager();
     // startManager(), count(), open(index). The key stays open.
     int openKey(int index);
-    // openKey() on the --key index.
-    int openSelectedKey();
+    // Whether a command logs in after opening the key: never, when a PIN
+    // was given on the command line, or always with the user PIN.
+    enum class Login { None, IfGiven, User };
+    // openKey() on the --key index, then the login.
+    int openSelectedKey(Login login = Login::None);
     QObject *manager() const { return m_host.manager(); }
     QObject *key() const { return m_key; }
     int keyIndex() const { return m_keyIndex; }

@@ -98,8 +98,8 @@ int ContainerCommands::containers(CliContext &ctx)
     const bool named = sub == QLatin1String("create") || sub == QLatin1String("rm");
     if (sub == QLatin1String("ls") ? args.size() != 1 : !named || args.size() != 2)
         return ctx.usage(QStringLiteral("containers ls | containers create NAME | containers rm NAME"));
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
+    if (rc != CliContext::Ok)
         return rc;
     if (sub == QLatin1String("ls"))
         return list(ctx);
@@ -123,8 +123,8 @@ int ContainerCommands::cert(CliContext &ctx)
         if (der.isEmpty())
             return ctx.usage(QStringLiteral("the input holds no certificate"));
     }
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
+    if (rc != CliContext::Ok)
         return rc;
     Qt::HANDLE handle = ctx.container(false, &rc);
     if (!handle)
@@ -161,8 +161,8 @@ int ContainerCommands::keygen(CliContext &ctx)
         if (!CliContext::parseNumber(ctx.value("bits"), &bits))
             return ctx.usage(QStringLiteral("--bits needs a number"));
     }
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.login(false)) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::User);
+    if (rc != CliContext::Ok)
         return rc;
     Qt::HANDLE handle = ctx.container(true, &rc);
     if (!handle)
@@ -190,8 +190,8 @@ int ContainerCommands::pubkey(CliContext &ctx)
 {
     if (!ctx.args().isEmpty())
         return ctx.usage(QStringLiteral("pubkey --container C [--enc] [--pem]"));
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
+    if (rc != CliContext::Ok)
         return rc;
     Qt::HANDLE handle = ctx.container(false, &rc);
     if (!handle)

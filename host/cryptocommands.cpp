@@ -130,8 +130,8 @@ int CryptoCommands::sign(CliContext &ctx)
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.login(false)) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::User);
+    if (rc != CliContext::Ok)
         return rc;
     Qt::HANDLE handle = ctx.container(false, &rc);
     if (!handle)
@@ -190,8 +190,8 @@ int CryptoCommands::verify(CliContext &ctx)
     else if (format != QLatin1String("raw") && format != QLatin1String("der"))
         return ctx.usage(QStringLiteral("unknown --format %1").arg(format));
 
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
+    if (rc != CliContext::Ok)
         return rc;
     Qt::HANDLE handle = ctx.container(false, &rc);
     if (!handle)
@@ -257,8 +257,8 @@ int CryptoCommands::digest(CliContext &ctx)
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
+    if (rc != CliContext::Ok)
         return rc;
     QByteArray pub;
     QString id = ctx.value("id");
@@ -289,8 +289,8 @@ int CryptoCommands::encrypt(CliContext &ctx)
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
+    if (rc != CliContext::Ok)
         return rc;
     Qt::HANDLE handle = ctx.container(false, &rc);
     QByteArray pub;
@@ -335,8 +335,8 @@ int CryptoCommands::decrypt(CliContext &ctx)
     const QByteArray cipher = cbc ? input.mid(kSm4Block) : input;
     if (iv.size() != (cbc ? kSm4Block : 0) || cipher.isEmpty())
         return ctx.usage(QStringLiteral("the input holds no ciphertext"));
-    int rc = ctx.openSelectedKey();
-    if (rc != CliContext::Ok || (rc = ctx.login(false)) != CliContext::Ok)
+    int rc = ctx.openSelectedKey(CliContext::Login::User);
+    if (rc != CliContext::Ok)
         return rc;
     Qt::HANDLE handle = ctx.container(false, &rc);
     if (!handle)

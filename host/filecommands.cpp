@@ -120,7 +120,7 @@ int FileCommands::seal(CliContext &ctx)
             return ctx.usage(QStringLiteral("seal read needs --index N and --alg ALG"));
         if (!numberOption(ctx, "index", &index, &rc) || !numberOption(ctx, "alg", &alg, &rc))
             return rc;
-        if ((rc = ctx.openSelectedKey()) != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+        if ((rc = ctx.openSelectedKey(CliContext::Login::IfGiven)) != CliContext::Ok)
             return rc;
         QByteArray data;
         ctx.clearError();
@@ -137,7 +137,7 @@ int FileCommands::seal(CliContext &ctx)
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
-    if ((rc = ctx.openSelectedKey()) != CliContext::Ok || (rc = ctx.loginIfGiven()) != CliContext::Ok)
+    if ((rc = ctx.openSelectedKey(CliContext::Login::IfGiven)) != CliContext::Ok)
         return rc;
     const quint64 size = quint64(data.size());
     bool ok = false;

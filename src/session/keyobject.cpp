@@ -87,17 +87,17 @@ QString KeyObject::GetSerialNumByString(QString strSerialNum, quint64 limit)
 int KeyObject::getDriverType()
 {
     TW_LOG(" start");
-    if (!m_kdi)
-        return 0;
-    return m_kdi->getDriverType();
+    const int type = m_kdi ? m_kdi->getDriverType() : 0;
+    TW_LOG(" end");
+    return type;
 }
 
 QString KeyObject::getDriverPath()
 {
     TW_LOG(" start");
-    if (!m_kdi || !m_kdi->getKDP())
-        return QString();
-    return m_kdi->getKDP()->workPath();
+    const QString path = m_kdi && m_kdi->getKDP() ? m_kdi->getKDP()->workPath() : QString();
+    TW_LOG(" end");
+    return path;
 }
 
 bool KeyObject::isOpen()

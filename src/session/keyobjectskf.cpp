@@ -28,6 +28,11 @@ const char kNameInvalid[] = " end,parameter invalid ";
 const char kDataInvalid[] = " end. parameter invalid";
 const char kContainerNameEmpty[] = " end. containerName is empty.";
 const char kContainerIsNull[] = " end. container = null";
+const char kSizeTooLarge[] = " end. size too large";
+
+// Largest buffer the session hands to the library, and the most of the
+// device-state file it reads.
+const ULONG kMaxBuffer = 1u << 30;
 
 // Fixed-size text fields of DEVINFO are NUL-padded, not always ended.
 QString fieldText(const char *field, size_t size)
@@ -74,6 +79,17 @@ QStringList splitNames(const QByteArray &buffer, ULONG size)
     return names;
 }
 
+// The library's size plus `extra` zeroed bytes. False when that is more
+// than the session will hold: a cut-down buffer would let the library
+// write past it.
+bool allocate(QByteArray &buffer, ULONG size, ULONG extra)
+{
+    if (size > kMaxBuffer - extra)
+        return false;
+    buffer = QByteArray(int(size + extra), '\0');
+    return true;
+}
+
 // Six random bytes: the cheapest question a token must answer.
 ULONG probeToken(KeyDriverSKF *driver, DEVHANDLE dev)
 {
@@ -81,6 +97,18 @@ ULONG probeToken(KeyDriverSKF *driver, DEVHANDLE dev)
         return SAR_NOTINITIALIZEERR;
     BYTE random[7] = {0};
     return driver->pSKF_GenRandom(dev, random, 6);
+}
+
+// totalSpace and freeSpace read the device data anew when connected; a
+// failed read leaves it zeroed or partly filled.
+void refreshDevInfo(const char *function, KeyDriverSKF *driver, DEVHANDLE dev, DEVINFO &info)
+{
+    if (!dev || !driver)
+        return;
+    std::memset(&info, 0, sizeof(info));
+    if (twlog::enabled())
+        twlog::debug(function, __LINE__, QStringLiteral(" SKF_GetDevInfo "));
+    driver->pSKF_GetDevInfo(dev, &info);
 }
 
 QString versionText(const char *function, const VERSION &version)
@@ -166,7 +194,10 @@ bool KeyObjectSKF::open()
     const ULONG ret = keyDriver ? keyDriver->pSKF_ConnectDev(m_devName.toLocal8Bit().data(), &handle)
                                 : ULONG(SAR_NOTINITIALIZEERR);
     if (ret != SAR_OK) {
-        SKF_FAILED(ret, " SKF_ConnectDev failed,ret = %d ", SkfCall::CloseAlways);
+        // Here the words and the code come before PrintError.
+        SKF_FAILED(ret, " SKF_ConnectDev failed,ret = %d ", SkfCall::CloseNever, SkfCall::ErrorThenClose, false);
+        PrintError(ret, nullptr);
+        closeV1();
         return false;
     }
 
@@ -189,7 +220,9 @@ bool KeyObjectSKF::open()
         HAPPLICATION hApp = nullptr;
         const ULONG appRet = keyDriver->pSKF_OpenApplication(dev, appName.toUtf8().data(), &hApp);
         if (appRet != SAR_OK) {
-            SKF_FAILED(appRet, " SKF_OpenApplication failed,ret= %d", SkfCall::CloseNever);
+            SKF_FAILED(appRet, " SKF_OpenApplication failed,ret= %d", SkfCall::CloseNever, SkfCall::ErrorThenClose,
+                       false);
+            PrintError(appRet, nullptr);
             continue;
         }
         app = hApp;
@@ -336,8 +369,10 @@ bool KeyObjectSKF::SaveKeySn()
 {
     TW_LOG(" start");
     FILE *file = std::fopen(kDeviceStateFile, "w+");
-    if (!file)
+    if (!file) {
+        TW_LOG(" end");
         return true;
+    }
     const QString serial = GetSerialNumByString(fieldText(devInfo.SerialNumber), quint64(serialLimit(m_package)));
     const QByteArray bytes = serial.toLocal8Bit();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), file);
@@ -351,17 +386,21 @@ bool KeyObjectSKF::GetKeyStatus()
     TW_LOG(" start");
     // A missing or empty file counts as a change.
     FILE *file = std::fopen(kDeviceStateFile, "rt");
-    if (!file)
+    if (!file) {
+        TW_LOG(" end");
         return true;
+    }
     std::fseek(file, 0, SEEK_END);
     const long size = std::ftell(file);
     if (size <= 0) {
         std::fclose(file);
+        TW_LOG(" end");
         return true;
     }
     std::fseek(file, 0, SEEK_SET);
-    QByteArray content(int(size), '\0');
-    const size_t got = std::fread(content.data(), 1, size_t(size), file);
+    // The value is a serial number; a file past the bound is read only so far.
+    QByteArray content(int(qMin<long>(size, long(kMaxBuffer))), '\0');
+    const size_t got = std::fread(content.data(), 1, size_t(content.size()), file);
     content.truncate(int(got));
     const int nul = content.indexOf('\0');
     if (nul >= 0)
@@ -374,6 +413,7 @@ bool KeyObjectSKF::GetKeyStatus()
 
     if (value == m_keyStatus) {
         TW_LOG_ERROR("key statue is not change ");
+        TW_LOG(" end");
         return false;
     }
     m_keyStatus = value;
@@ -448,22 +488,16 @@ bool KeyObjectSKF::SetlabelName(QString strlabelName)
 quint64 KeyObjectSKF::totalSpace()
 {
     TW_LOG(" start");
-    if (dev && keyDriver) {
-        std::memset(&devInfo, 0, sizeof(devInfo));
-        TW_LOG(" SKF_GetDevInfo ");
-        keyDriver->pSKF_GetDevInfo(dev, &devInfo);
-    }
+    refreshDevInfo(__FUNCTION__, keyDriver, dev, devInfo);
+    TW_LOG(" end");
     return quint64(devInfo.TotalSpace);
 }
 
 quint64 KeyObjectSKF::freeSpace()
 {
     TW_LOG(" start");
-    if (dev && keyDriver) {
-        std::memset(&devInfo, 0, sizeof(devInfo));
-        TW_LOG(" SKF_GetDevInfo ");
-        keyDriver->pSKF_GetDevInfo(dev, &devInfo);
-    }
+    refreshDevInfo(__FUNCTION__, keyDriver, dev, devInfo);
+    TW_LOG(" end");
     return quint64(devInfo.FreeSpace);
 }
 
@@ -490,8 +524,10 @@ bool KeyObjectSKF::changePIN(bool isAdmin, QString oldPin, QString newPin)
     const ULONG ret = keyDriver->pSKF_ChangePIN(app, pinType(isAdmin), oldPin.toUtf8().data(), newPin.toUtf8().data(),
                                                 &retryCount);
     if (ret != SAR_OK) {
-        SKF_FAILED(ret, " SKF_ChangePIN failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError, false);
+        // The code is recorded last, after the closing words.
+        SKF_FAILED(ret, " SKF_ChangePIN failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::NoError, false);
         TW_LOG(" end.");
+        setLastError(int(ret));
         return false;
     }
     TW_LOG(" end");
@@ -520,8 +556,10 @@ bool KeyObjectSKF::verifyPinEx(QString pinCode, bool isAdmin)
     ULONG retryCount = 0;
     const ULONG ret = keyDriver->pSKF_VerifyPIN(app, pinType(isAdmin), pinCode.toUtf8().data(), &retryCount);
     if (ret != SAR_OK) {
-        SKF_FAILED(ret, " SKF_VerifyPIN failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError);
+        // The code is recorded last, after the closing words.
+        SKF_FAILED(ret, " SKF_VerifyPIN failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::NoError);
         TW_LOG(" end.");
+        setLastError(int(ret));
         return false;
     }
     TW_LOG(" end");
@@ -537,6 +575,7 @@ bool KeyObjectSKF::resetUserPin()
     QByteArray userPin(SkfFormat::kDefaultUserPin);
     QByteArray adminPin(SkfFormat::kBuiltInAdminPin);
     ULONG retryCount = 0;
+    TW_LOG(" SKF_UnblockPIN first");
     const ULONG firstRet = keyDriver->pSKF_UnblockPIN(app, adminPin.data(), userPin.data(), &retryCount);
     if (firstRet == SAR_OK) {
         TW_LOG(" end");
@@ -552,6 +591,7 @@ bool KeyObjectSKF::resetUserPin()
     }
     TW_LOG(QStringLiteral(" strDefaultAdminPin: ") + encoded);
     QByteArray packagePin = SkfFormat::decodeAdminPin(encoded);
+    TW_LOG(" SKF_UnblockPIN second");
     const ULONG secondRet = keyDriver->pSKF_UnblockPIN(app, packagePin.data(), userPin.data(), &retryCount);
     if (secondRet == SAR_OK) {
         TW_LOG(" end");
@@ -657,7 +697,11 @@ QStringList KeyObjectSKF::enumFiles()
         SKF_FAILED(ret, " SKF_EnumFiles failed,ret = %d", SkfCall::CloseNever, SkfCall::NoError, false);
         return m_fileList;
     }
-    QByteArray buffer(int(size) + 1, '\0');
+    QByteArray buffer;
+    if (!allocate(buffer, size, 1)) {
+        SKF_REFUSED({true, SAR_MEMORYERR, kSizeTooLarge});
+        return m_fileList;
+    }
     ret = keyDriver->pSKF_EnumFiles(app, buffer.data(), &size);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_EnumFiles failed,ret = %d", SkfCall::CloseAlways, SkfCall::CloseThenError, false);
@@ -691,7 +735,11 @@ QByteArray KeyObjectSKF::readFile(QString fileName, quint64 ulOffset, quint64 ul
         return QByteArray();
     }
 
-    QByteArray buffer(int(attributes.FileSize) + 1, '\0');
+    QByteArray buffer;
+    if (!allocate(buffer, attributes.FileSize, 1)) {
+        SKF_REFUSED({true, SAR_MEMORYERR, kSizeTooLarge});
+        return QByteArray();
+    }
     ULONG outLength = attributes.FileSize;
     ret = keyDriver->pSKF_ReadFile(app, fileName.toUtf8().data(), ULONG(ulOffset), attributes.FileSize,
                                    reinterpret_cast<BYTE *>(buffer.data()), &outLength);
@@ -784,8 +832,10 @@ bool KeyObjectSKF::writeFileV1(QString fileName, QByteArray data)
 bool KeyObjectSKF::createFileByVerifyPin()
 {
     // Only tells the host what the package asks for.
+    TW_LOG(" start");
     const QString setting = m_package ? m_package->createFileByVerifyPin() : QString();
     TW_LOG(QStringLiteral(" CreateFileByVerifyPin: ") + setting);
+    TW_LOG(" end");
     return setting.toLower() == QLatin1String("true");
 }
 
@@ -849,7 +899,11 @@ QStringList KeyObjectSKF::enumContainer()
         SKF_FAILED(ret, " SKF_EnumContainer failed.ret = %d", SkfCall::CloseNever);
         return list;
     }
-    QByteArray buffer(int(size) + 1, '\0');
+    QByteArray buffer;
+    if (!allocate(buffer, size, 1)) {
+        SKF_REFUSED({true, SAR_MEMORYERR, kSizeTooLarge});
+        return list;
+    }
     ret = keyDriver->pSKF_EnumContainer(app, buffer.data(), &size);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_EnumContainer failed.ret = %d");
@@ -928,7 +982,11 @@ QByteArray KeyObjectSKF::exportCertificate(Qt::HANDLE container, bool signFlag)
         SKF_FAILED(ret, " SKF_ExportCertificate failed.ret = %d");
         return QByteArray();
     }
-    QByteArray buffer(int(length), '\0');
+    QByteArray buffer;
+    if (!allocate(buffer, length, 0)) {
+        SKF_REFUSED({true, SAR_MEMORYERR, kSizeTooLarge});
+        return QByteArray();
+    }
     ret = keyDriver->pSKF_ExportCertificate(container, signFlag ? TRUE : FALSE,
                                             reinterpret_cast<BYTE *>(buffer.data()), &length);
     if (ret != SAR_OK) {

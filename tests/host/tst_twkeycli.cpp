@@ -176,8 +176,6 @@ void TstTwkeyCli::listAndInfoShowTheToken()
     QCOMPARE(key.value(QStringLiteral("driverType")).toInt(), 1);
     QVERIFY(key.value(QStringLiteral("packagePath")).toString().endsWith(QLatin1String("kdp/softtoken")));
     QVERIFY(key.value(QStringLiteral("totalSpace")).toDouble() >= key.value(QStringLiteral("freeSpace")).toDouble());
-    // The device-state file holds the limited serial number of the last connect.
-    QCOMPARE(readAll(QLatin1String(kDeviceFile)), QByteArray("TWCLI00000000000"));
 
     r = twkey({QStringLiteral("list")});
     RUN_OK(r);
@@ -437,9 +435,14 @@ void TstTwkeyCli::rsaSignatureVerifiesWithOpenssl()
 {
     const QString msg = file(QStringLiteral("rsa.txt"));
     QVERIFY(writeAll(msg, "a message for the RSA key\n"));
-    const QStringList c = {QStringLiteral("--container"), QStringLiteral("rsa1")};
-    Run r = twkey(QStringList{QStringLiteral("sign"), QStringLiteral("--in"), msg, QStringLiteral("--pin"), kUserPin,
-                              QStringLiteral("--out"), file(QStringLiteral("rsa.sig"))} + c);
+    const QStringList c = {QStringLiteral("--container"), QStringLiteral("rsanew")};
+    Run r = twkey(QStringList{QStringLiteral("keygen"), QStringLiteral("rsa"), QStringLiteral("--bits"),
+                              QStringLiteral("1024"), QStringLiteral("--pem"), QStringLiteral("--pin"), kUserPin} + c);
+    RUN_OK(r);
+    QVERIFY(r.out.startsWith("RSA 1024-bit key pair generated in container rsanew\n-----BEGIN PUBLIC KEY-----\n"));
+
+    r = twkey(QStringList{QStringLiteral("sign"), QStringLiteral("--in"), msg, QStringLiteral("--pin"), kUserPin,
+                          QStringLiteral("--out"), file(QStringLiteral("rsa.sig"))} + c);
     RUN_OK(r);
     QCOMPARE(readAll(file(QStringLiteral("rsa.sig"))).size(), 128);
     r = twkey(QStringList{QStringLiteral("verify"), QStringLiteral("--in"), msg, QStringLiteral("--sig"),
@@ -448,6 +451,7 @@ void TstTwkeyCli::rsaSignatureVerifiesWithOpenssl()
     r = twkey(QStringList{QStringLiteral("pubkey"), QStringLiteral("--pem"), QStringLiteral("--out"),
                           file(QStringLiteral("rsa.pem"))} + c);
     RUN_OK(r);
+    // The token signed a SHA-256 DigestInfo: a standard verification.
     r = run(QStringLiteral("openssl"),
             {QStringLiteral("dgst"), QStringLiteral("-sha256"), QStringLiteral("-verify"), file(QStringLiteral("rsa.pem")),
              QStringLiteral("-signature"), file(QStringLiteral("rsa.sig")), msg});
@@ -455,6 +459,10 @@ void TstTwkeyCli::rsaSignatureVerifiesWithOpenssl()
     r = twkey(QStringList{QStringLiteral("verify"), QStringLiteral("--sig"), file(QStringLiteral("rsa.sig"))} + c,
               "changed\n");
     QCOMPARE(r.code, 1);
+    // The SM2 signature forms are refused for RSA.
+    r = twkey(QStringList{QStringLiteral("sign"), QStringLiteral("--in"), msg, QStringLiteral("--pin"), kUserPin,
+                          QStringLiteral("--format"), QStringLiteral("der")} + c);
+    QCOMPARE(r.code, 2);
 }
 
 void TstTwkeyCli::digestsMatchOpenssl()
@@ -557,7 +565,7 @@ void TstTwkeyCli::formatDeletesFilesKeepsContainers()
     RUN_OK(r);
     QVERIFY(r.out.contains("doomed"));
 
-    r = twkey({QStringLiteral("format"), QStringLiteral("--yes")});
+    r = twkey({QStringLiteral("format")}, "yes\n");
     RUN_OK(r);
     r = twkey({QStringLiteral("files"), QStringLiteral("ls")});
     RUN_OK(r);
@@ -565,6 +573,20 @@ void TstTwkeyCli::formatDeletesFilesKeepsContainers()
     r = twkey({QStringLiteral("containers"), QStringLiteral("ls")});
     RUN_OK(r);
     QVERIFY(r.out.contains("main\tSM2"));
+
+    // The administrator PIN is now the library's built-in one: it is
+    // already what reset-admin-pin brings back, and it unblocks the user
+    // PIN to the library's default.
+    r = twkey({QStringLiteral("reset-admin-pin")});
+    RUN_OK(r);
+    r = twkey({QStringLiteral("login"), QStringLiteral("--admin"), QStringLiteral("--pin"), kAdminPin});
+    QCOMPARE(r.code, 1);
+    r = twkey({QStringLiteral("format"), QStringLiteral("--yes")});
+    RUN_OK(r);
+    r = twkey({QStringLiteral("unblock"), QStringLiteral("--builtin")});
+    RUN_OK(r);
+    r = twkey({QStringLiteral("login"), QStringLiteral("--pin"), QStringLiteral("482915")});
+    RUN_OK(r);
 }
 
 void TstTwkeyCli::demoScriptPasses()
