@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <termios.h>
@@ -51,22 +52,28 @@ bool PinReader::nextNew(const QString &promptText, QString *pin, QString *error)
 
 bool PinReader::fromDescriptor(QString *pin, QString *error)
 {
-    if (!m_fdFile.isOpen() && !m_fdFile.open(m_fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle)) {
-        *error = QStringLiteral("cannot read file descriptor %1").arg(m_fd);
-        return false;
-    }
-    // One PIN per line; read byte by byte so nothing after the line is
-    // taken from a descriptor the caller may go on using.
+    // One PIN per line, read a byte at a time so that nothing after the
+    // line is taken from a descriptor the caller may go on using.
     QByteArray line;
-    char c = 0;
-    bool any = false;
-    while (m_fdFile.getChar(&c)) {
-        any = true;
-        if (c == '\n')
+    bool ended = false;
+    for (;;) {
+        char c = 0;
+        const ssize_t n = ::read(m_fd, &c, 1);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0) {
+            *error = QStringLiteral("cannot read file descriptor %1").arg(m_fd);
+            return false;
+        }
+        if (n == 0)
             break;
+        if (c == '\n') {
+            ended = true;
+            break;
+        }
         line += c;
     }
-    if (!any) {
+    if (line.isEmpty() && !ended) {
         *error = QStringLiteral("no PIN on file descriptor %1").arg(m_fd);
         return false;
     }

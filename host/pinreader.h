@@ -3,7 +3,6 @@
 #ifndef TWHOST_PINREADER_H
 #define TWHOST_PINREADER_H
 
-#include <QFile>
 #include <QString>
 
 class PinReader
@@ -23,7 +22,6 @@ private:
     QString m_option;
     bool m_optionUsed = false;
     int m_fd;
-    QFile m_fdFile;
 };
 
 #endif

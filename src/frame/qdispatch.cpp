@@ -48,6 +48,19 @@ int findMethodIndex(const QMetaObject *meta, const QString &methodName)
     return -1;
 }
 
+// Appends one line to the trace file, opened and closed for each line.
+void appendTrace(const QDir &dir, QString text)
+{
+    const QString path = dir.path() + QStringLiteral("/quillset_core.log");
+    text += QLatin1Char('\n');
+    FILE *file = std::fopen(QFile::encodeName(path).constData(), "a+");
+    if (!file)
+        return;
+    std::fprintf(file, "%s: %s", QTime::currentTime().toString(Qt::TextDate).toUtf8().constData(),
+                 text.toUtf8().constData());
+    std::fclose(file);
+}
+
 } // namespace
 
 Q_Dispatch::Q_Dispatch(QObject *target, QObject *parent)
@@ -70,49 +83,53 @@ void Q_Dispatch::invokeHelper(QString methodName, void *result, ...)
 
 void Q_Dispatch::invokeHelperV(QString methodName, void *result, va_list args)
 {
-    Corelog(QStringLiteral("methodName=") + methodName);
+    // Every log line of the library is one of these calls: the trace
+    // directory is looked up once per call rather than once per trace line,
+    // and no trace text is built while it is absent.
+    const bool trace = _traceDir.exists();
+    if (trace)
+        appendTrace(_traceDir, QStringLiteral("methodName=") + methodName);
     if (!_target)
         return;
 
     const QMetaObject *meta = _target->metaObject();
     const int index = findMethodIndex(meta, methodName);
     if (index < 0) {
-        Corelog(QStringLiteral("QTCORE____ERROR: findMethodIndex fail!!!cnt"));
+        if (trace)
+            appendTrace(_traceDir, QStringLiteral("QTCORE____ERROR: findMethodIndex fail!!!cnt"));
         return;
     }
 
     const QList<QByteArray> types = meta->method(index).parameterTypes();
     std::vector<void *> argv(size_t(types.size()) + 1, nullptr);
     // The count goes in as one character whose code is the count.
-    Corelog(QStringLiteral("methodName=") + methodName + QStringLiteral("::paramCount=")
-            + QChar(ushort(types.size())));
+    if (trace)
+        appendTrace(_traceDir, QStringLiteral("methodName=") + methodName + QStringLiteral("::paramCount=")
+                                   + QChar(ushort(types.size())));
     for (int i = 0; i < types.size(); ++i) {
-        Corelog(QStringLiteral("paramTypeName=") + QString::fromLatin1(types.at(i)));
+        if (trace)
+            appendTrace(_traceDir, QStringLiteral("paramTypeName=") + QString::fromLatin1(types.at(i)));
         if (!acceptedType(types.at(i))) {
-            Corelog(QStringLiteral("参数错误"));
+            if (trace)
+                appendTrace(_traceDir, QStringLiteral("参数错误"));
             return;
         }
         argv[size_t(i) + 1] = va_arg(args, void *);
     }
     argv[0] = result;
 
-    Corelog(QStringLiteral("QMetaObject::metacall call in"));
+    if (trace)
+        appendTrace(_traceDir, QStringLiteral("QMetaObject::metacall call in"));
     QMetaObject::metacall(_target, QMetaObject::InvokeMetaMethod, index, argv.data());
-    Corelog(QStringLiteral("QMetaObject::metacall call end"));
+    if (trace)
+        appendTrace(_traceDir, QStringLiteral("QMetaObject::metacall call end"));
 }
 
 void Q_Dispatch::Corelog(QString text)
 {
-    const QString path = _traceDir.path() + QStringLiteral("/quillset_core.log");
     // The library never creates the directory: its presence switches the
     // trace on.
     if (!_traceDir.exists())
         return;
-    text += QLatin1Char('\n');
-    FILE *file = std::fopen(QFile::encodeName(path).constData(), "a+");
-    if (!file)
-        return;
-    std::fprintf(file, "%s: %s", QTime::currentTime().toString(Qt::TextDate).toUtf8().constData(),
-                 text.toUtf8().constData());
-    std::fclose(file);
+    appendTrace(_traceDir, text);
 }

@@ -3,7 +3,9 @@
 // come out, and how a pulled token closes the session.
 #include <QtTest>
 
+#include <cstdio>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -42,6 +44,84 @@ public:
     void age(int msecs) { m_time = m_time.addMSecs(-msecs); }
     bool hasApp() const { return app != nullptr; }
 };
+
+// A core that keeps log lines, last errors and what reached standard
+// output in one sequence, to see the order of a failure's steps. Lines
+// read "log open: end" (the source line left out); "stdout" marks that
+// something was printed since the event before.
+class OrderCore : public QObject
+{
+    Q_OBJECT
+public:
+    explicit OrderCore(const QString &stdoutPath) : m_stdoutPath(stdoutPath) {}
+
+    Q_INVOKABLE void logDebug(QString text) { add(QStringLiteral("log "), text); }
+    Q_INVOKABLE void logError(QString text) { add(QStringLiteral("error "), text); }
+    Q_INVOKABLE void setLastError(uint code)
+    {
+        m_lastError = code;
+        add(QStringLiteral("lastError "), QString::number(code, 16));
+    }
+    Q_INVOKABLE uint getLastError() { return m_lastError; }
+
+    // The events so far; closeV1's own start and end lines are left out.
+    QStringList events()
+    {
+        notePrinted();
+        QStringList out = m_events;
+        out.removeAll(QStringLiteral("log closeV1: start"));
+        out.removeAll(QStringLiteral("log closeV1: end"));
+        return out;
+    }
+
+private:
+    void notePrinted()
+    {
+        std::fflush(stdout);
+        const qint64 size = QFileInfo(m_stdoutPath).size();
+        if (size > m_printed) {
+            m_printed = size;
+            m_events << QStringLiteral("stdout");
+        }
+    }
+    void add(const QString &kind, QString text)
+    {
+        notePrinted();
+        static const QRegularExpression location(QStringLiteral("^\\[(\\w+):\\d+\\]"));
+        m_events << kind + text.replace(location, QStringLiteral("\\1:"));
+    }
+
+    QString m_stdoutPath;
+    qint64 m_printed = 0;
+    uint m_lastError = 0;
+    QStringList m_events;
+};
+
+// Puts a core in place of the test's own for one scope.
+class CoreSwap
+{
+public:
+    CoreSwap(QObject *core, QObject *restore) : m_restore(restore)
+    {
+        ComponentDestroy();
+        ComponentInit(core);
+    }
+    ~CoreSwap()
+    {
+        ComponentDestroy();
+        ComponentInit(m_restore);
+    }
+
+private:
+    QObject *m_restore;
+};
+
+// The events behind the first one equal to `from`.
+QStringList after(const QStringList &events, const QString &from)
+{
+    const int at = events.indexOf(from);
+    return at < 0 ? QStringList() : events.mid(at + 1);
+}
 
 } // namespace
 
@@ -96,6 +176,8 @@ private slots:
     void writeFileV1CfcaReading_data();
     void writeFileV1CfcaReading();
     void enumFilesSizeQueryFailureKeepsSession();
+    void oversizedListsAreRefused_data();
+    void oversizedListsAreRefused();
 
     // Containers and certificates.
     void createAndDeleteContainers();
@@ -105,6 +187,7 @@ private slots:
     // A pulled token.
     void pulledTokenDuringOperation_data();
     void pulledTokenDuringOperation();
+    void failureStepsKeepTheirOrder();
 
     // Formatting.
     void formatKeyMovesAdminPinOver();
@@ -669,6 +752,8 @@ void TestSessionMock::resetUserPinTwoTries()
     QVERIFY(s->resetUserPin());
     QCOMPARE(calls("SKF_UnblockPIN"), 1);
     QVERIFY(m_mock.pin_is(kDev, kApp, 1, kDefaultUserPin));
+    QVERIFY(logged("resetUserPin", QStringLiteral(" SKF_UnblockPIN first")));
+    QVERIFY(!logged("resetUserPin", QStringLiteral(" SKF_UnblockPIN second")));
 
     // Neither try possible: the first result stays.
     m_mock.set_pin(kDev, kApp, 0, kAdminPin, 10);
@@ -690,6 +775,7 @@ void TestSessionMock::resetUserPinTwoTries()
     QVERIFY(m_mock.calls().contains(QStringLiteral("SKF_UnblockPIN admin=%1 user=%2").arg(kAdminPin, kDefaultUserPin)));
     QVERIFY(m_mock.pin_is(kDev, kApp, 1, kDefaultUserPin));
     QVERIFY(logged("resetUserPin", QStringLiteral(" strDefaultAdminPin: ") + *config.ap));
+    QVERIFY(logged("resetUserPin", QStringLiteral(" SKF_UnblockPIN second")));
 
     // Both fail: the second result, recorded but not logged. Two tries
     // left, so the first answers "incorrect" and the second "locked".
@@ -981,6 +1067,41 @@ void TestSessionMock::enumFilesSizeQueryFailureKeepsSession()
                    TWCore::Level::Error));
 }
 
+void TestSessionMock::oversizedListsAreRefused_data()
+{
+    QTest::addColumn<QString>("function");
+    QTest::newRow("files") << "SKF_EnumFiles";
+    QTest::newRow("containers") << "SKF_EnumContainer";
+    QTest::newRow("certificate") << "SKF_ExportCertificate";
+}
+
+void TestSessionMock::oversizedListsAreRefused()
+{
+    QFETCH(QString, function);
+    m_mock.add_file(kDev, kApp, "a", reinterpret_cast<const unsigned char *>("1"), 1);
+    const QByteArray der("certificate");
+    m_mock.set_cert(kDev, kApp, "c1", 1, reinterpret_cast<const unsigned char *>(der.constData()), unsigned(der.size()));
+    Session *s = openSession();
+    QVERIFY(s);
+    Qt::HANDLE container = s->openContainer(QStringLiteral("c1"));
+    QVERIFY(container);
+
+    // A size past 2 GiB: the session must not hand the library a buffer
+    // shorter than the size it passes along.
+    const QByteArray name = function.toLatin1();
+    m_mock.size_delta(name.constData(), std::numeric_limits<int>::max());
+    m_mock.clearCalls();
+    if (function == QLatin1String("SKF_EnumFiles"))
+        QCOMPARE(s->enumFiles(), QStringList());
+    else if (function == QLatin1String("SKF_EnumContainer"))
+        QCOMPARE(s->enumContainer(), QStringList());
+    else
+        QCOMPARE(s->exportCertificate(container, true), QByteArray());
+    QCOMPARE(calls(name.constData()), 1);
+    QCOMPARE(m_core.lastError(), uint(SAR_MEMORYERR));
+    QVERIFY(s->isOpen());
+}
+
 // ---------------------------------------------------------------------------
 
 void TestSessionMock::createAndDeleteContainers()
@@ -1180,6 +1301,76 @@ void TestSessionMock::pulledTokenDuringOperation()
     QCOMPARE(s->isOpen(), !c.closes);
     QCOMPARE(calls("SKF_DisConnectDev"), c.closes ? 1 : 0);
     QCOMPARE(calls("SKF_CloseApplication"), c.closes ? 1 : 0);
+}
+
+void TestSessionMock::failureStepsKeepTheirOrder()
+{
+    const QString removed = QString::number(SAR_DEVICE_REMOVED);
+    Session *s = openSession();
+    QVERIFY(s);
+    {
+        StdoutCapture capture(outputPath());
+        OrderCore core(outputPath());
+        CoreSwap swap(&core, &m_core);
+
+        // verifyPinEx: PrintError and words, then the close, the closing
+        // words, and the code last.
+        m_mock.fail("SKF_VerifyPIN", SAR_DEVICE_REMOVED, 1);
+        QVERIFY(!s->verifyPin(QString::fromLatin1(kUserPin), false));
+        QCOMPARE(after(core.events(), QStringLiteral("log verifyPinEx: SKF_VerifyPIN")),
+                 (QStringList{QStringLiteral("stdout"),
+                              QStringLiteral("error verifyPinEx: SKF_VerifyPIN failed,ret = ") + removed,
+                              QStringLiteral("log closeV1: CloseApplication"),
+                              QStringLiteral("log closeV1: DisConnectDev"), QStringLiteral("log verifyPinEx: end."),
+                              QStringLiteral("lastError a000023")}));
+    }
+    QVERIFY(s->open());
+    {
+        StdoutCapture capture(outputPath());
+        OrderCore core(outputPath());
+        CoreSwap swap(&core, &m_core);
+
+        // changePIN: the same without PrintError.
+        m_mock.fail("SKF_ChangePIN", SAR_DEVICE_REMOVED, 1);
+        QVERIFY(!s->changePIN(false, QString::fromLatin1(kUserPin), QStringLiteral("87654321")));
+        QCOMPARE(after(core.events(), QStringLiteral("log changePIN: SKF_ChangePIN")),
+                 (QStringList{QStringLiteral("error changePIN: SKF_ChangePIN failed,ret = ") + removed,
+                              QStringLiteral("log closeV1: CloseApplication"),
+                              QStringLiteral("log closeV1: DisConnectDev"), QStringLiteral("log changePIN: end."),
+                              QStringLiteral("lastError a000023")}));
+    }
+    {
+        StdoutCapture capture(outputPath());
+        OrderCore core(outputPath());
+        CoreSwap swap(&core, &m_core);
+
+        // A failed connect: words and code, then PrintError, then closeV1
+        // on a session that holds nothing.
+        m_mock.fail("SKF_ConnectDev", SAR_FAIL, 1);
+        QVERIFY(!session()->open());
+        QCOMPARE(after(core.events(), QStringLiteral("log open:linux SKF_ConnectDev")),
+                 (QStringList{QStringLiteral("error open: SKF_ConnectDev failed,ret = %1 ").arg(SAR_FAIL),
+                              QStringLiteral("lastError a000001"), QStringLiteral("stdout"),
+                              QStringLiteral("lastError a00002d"), QStringLiteral("lastError a00002d")}));
+    }
+    {
+        StdoutCapture capture(outputPath());
+        OrderCore core(outputPath());
+        CoreSwap swap(&core, &m_core);
+
+        // An application that doesn't open: words and code, then PrintError.
+        m_mock.add_app(kDev, "APP2");
+        m_mock.add_container(kDev, "APP2", "c2", CONTAINER_TYPE_ECC);
+        m_mock.fail("SKF_OpenApplication", SAR_APPLICATION_NOT_EXISTS, 1);
+        QVERIFY(session()->open());
+        const QString failed =
+            QStringLiteral("error open: SKF_OpenApplication failed,ret= %1").arg(SAR_APPLICATION_NOT_EXISTS);
+        const QStringList events = core.events();
+        const int at = events.indexOf(failed);
+        QVERIFY(at > 0);
+        QVERIFY(events.at(at - 1) != QLatin1String("stdout"));
+        QCOMPARE(events.mid(at, 3), (QStringList{failed, QStringLiteral("lastError a00002e"), QStringLiteral("stdout")}));
+    }
 }
 
 // ---------------------------------------------------------------------------
