@@ -12,7 +12,18 @@ bool enabled()
 
 QString line(const char *function, int line, const QString &message)
 {
-    return QStringLiteral("[%1]%2").arg(QStringLiteral("%1:%2").arg(QLatin1String(function)).arg(line), message);
+    // "[function:line]message" in one buffer: this runs for every log line.
+    const QByteArray number = QByteArray::number(line);
+    const QLatin1String name(function);
+    QString text;
+    text.reserve(name.size() + number.size() + message.size() + 3);
+    text += QLatin1Char('[');
+    text += name;
+    text += QLatin1Char(':');
+    text += QLatin1String(number);
+    text += QLatin1Char(']');
+    text += message;
+    return text;
 }
 
 void debug(const char *function, int lineNo, const QString &message)

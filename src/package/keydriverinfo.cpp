@@ -43,7 +43,10 @@ bool KeyDriverInfo::open()
         const QString protocol = _kdp->protocol();
         if (protocol.compare(tr("skf"), Qt::CaseInsensitive) == 0) {
             TW_LOG(QStringLiteral(" protocol skf"));
-            _keyDriver = new KeyDriverSKF(_kdp, _kdp->workPath() + QLatin1Char('/') + _kdp->argument(), this);
+            // Both reads log: the work path is asked for first. Operands of
+            // one + expression have no fixed order, so they are read apart.
+            const QString workPath = _kdp->workPath();
+            _keyDriver = new KeyDriverSKF(_kdp, workPath + QLatin1Char('/') + _kdp->argument(), this);
         } else if (protocol.compare(tr("twf"), Qt::CaseInsensitive) == 0) {
             TW_LOG(QStringLiteral(" protocol twf"));
             _keyDriver = new KeyDriverTWF(_kdp, _kdp->workPath() + QStringLiteral("/libTWKeyDriver"), this);

@@ -162,7 +162,10 @@ bool KeyDriverPackage::load()
     int errorLine = 0;
     int errorCol = 0;
     if (!document.setContent(content, true, &errorStr, &errorLine, &errorCol)) {
-        TW_LOG(QStringLiteral(" errorStr: %1 ; errorLine: %2 ; errorCol: %3").arg(errorStr).arg(errorLine).arg(errorCol));
+        // One arg() call: a parser message holding "%2" must not take the
+        // line number's place.
+        TW_LOG(QStringLiteral(" errorStr: %1 ; errorLine: %2 ; errorCol: %3")
+                   .arg(errorStr, QString::number(errorLine), QString::number(errorCol)));
         TW_LOG(QStringLiteral("end. xml parser failed."));
         return false;
     }

@@ -28,11 +28,9 @@ const char kNameInvalid[] = " end,parameter invalid ";
 const char kDataInvalid[] = " end. parameter invalid";
 const char kContainerNameEmpty[] = " end. containerName is empty.";
 const char kContainerIsNull[] = " end. container = null";
-const char kSizeTooLarge[] = " end. size too large";
-
 // Largest buffer the session hands to the library, and the most of the
 // device-state file it reads.
-const ULONG kMaxBuffer = 1u << 30;
+const ULONG kMaxBuffer = 1u << 28;
 
 // Fixed-size text fields of DEVINFO are NUL-padded, not always ended.
 QString fieldText(const char *field, size_t size)
@@ -79,9 +77,9 @@ QStringList splitNames(const QByteArray &buffer, ULONG size)
     return names;
 }
 
-// The library's size plus `extra` zeroed bytes. False when that is more
-// than the session will hold: a cut-down buffer would let the library
-// write past it.
+// The library's size plus `extra` zeroed bytes. False when that size
+// can't be real; the fill call then counts as failed with SAR_MEMORYERR,
+// since a cut-down buffer would let the library write past it.
 bool allocate(QByteArray &buffer, ULONG size, ULONG extra)
 {
     if (size > kMaxBuffer - extra)
@@ -698,11 +696,7 @@ QStringList KeyObjectSKF::enumFiles()
         return m_fileList;
     }
     QByteArray buffer;
-    if (!allocate(buffer, size, 1)) {
-        SKF_REFUSED({true, SAR_MEMORYERR, kSizeTooLarge});
-        return m_fileList;
-    }
-    ret = keyDriver->pSKF_EnumFiles(app, buffer.data(), &size);
+    ret = allocate(buffer, size, 1) ? keyDriver->pSKF_EnumFiles(app, buffer.data(), &size) : ULONG(SAR_MEMORYERR);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_EnumFiles failed,ret = %d", SkfCall::CloseAlways, SkfCall::CloseThenError, false);
         m_fileList.clear();
@@ -736,13 +730,11 @@ QByteArray KeyObjectSKF::readFile(QString fileName, quint64 ulOffset, quint64 ul
     }
 
     QByteArray buffer;
-    if (!allocate(buffer, attributes.FileSize, 1)) {
-        SKF_REFUSED({true, SAR_MEMORYERR, kSizeTooLarge});
-        return QByteArray();
-    }
     ULONG outLength = attributes.FileSize;
-    ret = keyDriver->pSKF_ReadFile(app, fileName.toUtf8().data(), ULONG(ulOffset), attributes.FileSize,
-                                   reinterpret_cast<BYTE *>(buffer.data()), &outLength);
+    ret = allocate(buffer, attributes.FileSize, 1)
+              ? keyDriver->pSKF_ReadFile(app, fileName.toUtf8().data(), ULONG(ulOffset), attributes.FileSize,
+                                         reinterpret_cast<BYTE *>(buffer.data()), &outLength)
+              : ULONG(SAR_MEMORYERR);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_ReadFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
         return QByteArray();
@@ -900,11 +892,7 @@ QStringList KeyObjectSKF::enumContainer()
         return list;
     }
     QByteArray buffer;
-    if (!allocate(buffer, size, 1)) {
-        SKF_REFUSED({true, SAR_MEMORYERR, kSizeTooLarge});
-        return list;
-    }
-    ret = keyDriver->pSKF_EnumContainer(app, buffer.data(), &size);
+    ret = allocate(buffer, size, 1) ? keyDriver->pSKF_EnumContainer(app, buffer.data(), &size) : ULONG(SAR_MEMORYERR);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_EnumContainer failed.ret = %d");
         return list;
@@ -983,12 +971,10 @@ QByteArray KeyObjectSKF::exportCertificate(Qt::HANDLE container, bool signFlag)
         return QByteArray();
     }
     QByteArray buffer;
-    if (!allocate(buffer, length, 0)) {
-        SKF_REFUSED({true, SAR_MEMORYERR, kSizeTooLarge});
-        return QByteArray();
-    }
-    ret = keyDriver->pSKF_ExportCertificate(container, signFlag ? TRUE : FALSE,
-                                            reinterpret_cast<BYTE *>(buffer.data()), &length);
+    ret = allocate(buffer, length, 0) ? keyDriver->pSKF_ExportCertificate(container, signFlag ? TRUE : FALSE,
+                                                                          reinterpret_cast<BYTE *>(buffer.data()),
+                                                                          &length)
+                                      : ULONG(SAR_MEMORYERR);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_ExportCertificate failed.ret = %d");
         return QByteArray();

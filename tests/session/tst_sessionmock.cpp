@@ -201,6 +201,9 @@ private:
     int calls(const char *function) const { return m_mock.count(function); }
     bool logged(const char *function, const QString &message, TWCore::Level level = TWCore::Level::Debug) const;
     QString outputPath() const { return m_tmp.filePath(QStringLiteral("stdout.txt")); }
+    // Runs an operation that must fail under a core that records the order
+    // of its steps; the recorded events, for comparing after the run.
+    QStringList ordered(const std::function<bool()> &failingOperation);
 
     TwDeviceGuard m_savedState;
     QTemporaryDir m_tmp;
@@ -1070,14 +1073,17 @@ void TestSessionMock::enumFilesSizeQueryFailureKeepsSession()
 void TestSessionMock::oversizedListsAreRefused_data()
 {
     QTest::addColumn<QString>("function");
-    QTest::newRow("files") << "SKF_EnumFiles";
-    QTest::newRow("containers") << "SKF_EnumContainer";
-    QTest::newRow("certificate") << "SKF_ExportCertificate";
+    QTest::addColumn<bool>("keepsSession");
+    // As a failed fill call: that of the file list closes the session.
+    QTest::newRow("files") << "SKF_EnumFiles" << false;
+    QTest::newRow("containers") << "SKF_EnumContainer" << true;
+    QTest::newRow("certificate") << "SKF_ExportCertificate" << true;
 }
 
 void TestSessionMock::oversizedListsAreRefused()
 {
     QFETCH(QString, function);
+    QFETCH(bool, keepsSession);
     m_mock.add_file(kDev, kApp, "a", reinterpret_cast<const unsigned char *>("1"), 1);
     const QByteArray der("certificate");
     m_mock.set_cert(kDev, kApp, "c1", 1, reinterpret_cast<const unsigned char *>(der.constData()), unsigned(der.size()));
@@ -1099,7 +1105,7 @@ void TestSessionMock::oversizedListsAreRefused()
         QCOMPARE(s->exportCertificate(container, true), QByteArray());
     QCOMPARE(calls(name.constData()), 1);
     QCOMPARE(m_core.lastError(), uint(SAR_MEMORYERR));
-    QVERIFY(s->isOpen());
+    QCOMPARE(s->isOpen(), keepsSession);
 }
 
 // ---------------------------------------------------------------------------
@@ -1303,74 +1309,66 @@ void TestSessionMock::pulledTokenDuringOperation()
     QCOMPARE(calls("SKF_CloseApplication"), c.closes ? 1 : 0);
 }
 
+QStringList TestSessionMock::ordered(const std::function<bool()> &failingOperation)
+{
+    StdoutCapture capture(outputPath());
+    OrderCore core(outputPath());
+    bool failed = false;
+    {
+        CoreSwap swap(&core, &m_core);
+        failed = failingOperation();
+    }
+    QStringList events = core.events();
+    // Standard output back before anything is reported.
+    capture.finish();
+    return failed ? events : QStringList{QStringLiteral("operation did not fail")};
+}
+
 void TestSessionMock::failureStepsKeepTheirOrder()
 {
     const QString removed = QString::number(SAR_DEVICE_REMOVED);
     Session *s = openSession();
     QVERIFY(s);
-    {
-        StdoutCapture capture(outputPath());
-        OrderCore core(outputPath());
-        CoreSwap swap(&core, &m_core);
 
-        // verifyPinEx: PrintError and words, then the close, the closing
-        // words, and the code last.
-        m_mock.fail("SKF_VerifyPIN", SAR_DEVICE_REMOVED, 1);
-        QVERIFY(!s->verifyPin(QString::fromLatin1(kUserPin), false));
-        QCOMPARE(after(core.events(), QStringLiteral("log verifyPinEx: SKF_VerifyPIN")),
-                 (QStringList{QStringLiteral("stdout"),
-                              QStringLiteral("error verifyPinEx: SKF_VerifyPIN failed,ret = ") + removed,
-                              QStringLiteral("log closeV1: CloseApplication"),
-                              QStringLiteral("log closeV1: DisConnectDev"), QStringLiteral("log verifyPinEx: end."),
-                              QStringLiteral("lastError a000023")}));
-    }
+    // verifyPinEx: PrintError and words, then the close, the closing
+    // words, and the code last.
+    m_mock.fail("SKF_VerifyPIN", SAR_DEVICE_REMOVED, 1);
+    QStringList events = ordered([&] { return !s->verifyPin(QString::fromLatin1(kUserPin), false); });
+    QCOMPARE(after(events, QStringLiteral("log verifyPinEx: SKF_VerifyPIN")),
+             (QStringList{QStringLiteral("stdout"),
+                          QStringLiteral("error verifyPinEx: SKF_VerifyPIN failed,ret = ") + removed,
+                          QStringLiteral("log closeV1: CloseApplication"), QStringLiteral("log closeV1: DisConnectDev"),
+                          QStringLiteral("log verifyPinEx: end."), QStringLiteral("lastError a000023")}));
+
+    // changePIN: the same without PrintError.
     QVERIFY(s->open());
-    {
-        StdoutCapture capture(outputPath());
-        OrderCore core(outputPath());
-        CoreSwap swap(&core, &m_core);
+    m_mock.fail("SKF_ChangePIN", SAR_DEVICE_REMOVED, 1);
+    events = ordered([&] { return !s->changePIN(false, QString::fromLatin1(kUserPin), QStringLiteral("87654321")); });
+    QCOMPARE(after(events, QStringLiteral("log changePIN: SKF_ChangePIN")),
+             (QStringList{QStringLiteral("error changePIN: SKF_ChangePIN failed,ret = ") + removed,
+                          QStringLiteral("log closeV1: CloseApplication"), QStringLiteral("log closeV1: DisConnectDev"),
+                          QStringLiteral("log changePIN: end."), QStringLiteral("lastError a000023")}));
 
-        // changePIN: the same without PrintError.
-        m_mock.fail("SKF_ChangePIN", SAR_DEVICE_REMOVED, 1);
-        QVERIFY(!s->changePIN(false, QString::fromLatin1(kUserPin), QStringLiteral("87654321")));
-        QCOMPARE(after(core.events(), QStringLiteral("log changePIN: SKF_ChangePIN")),
-                 (QStringList{QStringLiteral("error changePIN: SKF_ChangePIN failed,ret = ") + removed,
-                              QStringLiteral("log closeV1: CloseApplication"),
-                              QStringLiteral("log closeV1: DisConnectDev"), QStringLiteral("log changePIN: end."),
-                              QStringLiteral("lastError a000023")}));
-    }
-    {
-        StdoutCapture capture(outputPath());
-        OrderCore core(outputPath());
-        CoreSwap swap(&core, &m_core);
+    // A failed connect: words and code, then PrintError, then closeV1 on
+    // a session that holds nothing.
+    m_mock.fail("SKF_ConnectDev", SAR_FAIL, 1);
+    events = ordered([&] { return !session()->open(); });
+    QCOMPARE(after(events, QStringLiteral("log open:linux SKF_ConnectDev")),
+             (QStringList{QStringLiteral("error open: SKF_ConnectDev failed,ret = %1 ").arg(SAR_FAIL),
+                          QStringLiteral("lastError a000001"), QStringLiteral("stdout"),
+                          QStringLiteral("lastError a00002d"), QStringLiteral("lastError a00002d")}));
 
-        // A failed connect: words and code, then PrintError, then closeV1
-        // on a session that holds nothing.
-        m_mock.fail("SKF_ConnectDev", SAR_FAIL, 1);
-        QVERIFY(!session()->open());
-        QCOMPARE(after(core.events(), QStringLiteral("log open:linux SKF_ConnectDev")),
-                 (QStringList{QStringLiteral("error open: SKF_ConnectDev failed,ret = %1 ").arg(SAR_FAIL),
-                              QStringLiteral("lastError a000001"), QStringLiteral("stdout"),
-                              QStringLiteral("lastError a00002d"), QStringLiteral("lastError a00002d")}));
-    }
-    {
-        StdoutCapture capture(outputPath());
-        OrderCore core(outputPath());
-        CoreSwap swap(&core, &m_core);
-
-        // An application that doesn't open: words and code, then PrintError.
-        m_mock.add_app(kDev, "APP2");
-        m_mock.add_container(kDev, "APP2", "c2", CONTAINER_TYPE_ECC);
-        m_mock.fail("SKF_OpenApplication", SAR_APPLICATION_NOT_EXISTS, 1);
-        QVERIFY(session()->open());
-        const QString failed =
-            QStringLiteral("error open: SKF_OpenApplication failed,ret= %1").arg(SAR_APPLICATION_NOT_EXISTS);
-        const QStringList events = core.events();
-        const int at = events.indexOf(failed);
-        QVERIFY(at > 0);
-        QVERIFY(events.at(at - 1) != QLatin1String("stdout"));
-        QCOMPARE(events.mid(at, 3), (QStringList{failed, QStringLiteral("lastError a00002e"), QStringLiteral("stdout")}));
-    }
+    // An application that doesn't open: words and code, then PrintError,
+    // and the next application is tried.
+    m_mock.add_app(kDev, "APP2");
+    m_mock.add_container(kDev, "APP2", "c2", CONTAINER_TYPE_ECC);
+    m_mock.fail("SKF_OpenApplication", SAR_APPLICATION_NOT_EXISTS, 1);
+    events = ordered([&] { return session()->open(); });
+    const QString failed = QStringLiteral("error open: SKF_OpenApplication failed,ret= %1").arg(SAR_APPLICATION_NOT_EXISTS);
+    const int at = events.indexOf(failed);
+    QVERIFY2(at > 0, qPrintable(events.join(QLatin1Char('\n'))));
+    QVERIFY(events.at(at - 1) != QLatin1String("stdout"));
+    QCOMPARE(events.mid(at, 3), (QStringList{failed, QStringLiteral("lastError a00002e"), QStringLiteral("stdout")}));
 }
 
 // ---------------------------------------------------------------------------
