@@ -74,6 +74,9 @@ void KeyDriverSKF::unload()
     if (m_checkThread) {
         m_checkThread->setQuit(true);
         m_checkThread->terminate();
+        // Deleting a QThread that has not yet ended aborts the process, so
+        // the end of the terminated thread is awaited before the delete.
+        m_checkThread->wait();
         delete m_checkThread;
         m_checkThread = nullptr;
     }

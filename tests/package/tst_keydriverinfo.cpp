@@ -135,10 +135,22 @@ private slots:
         QFETCH(QByteArray, bytes);
         std::unique_ptr<KeyDriverPackage> kdp(package(config, file, bytes));
         QVERIFY(kdp);
+        core.clear(); // only the binding's lines from here
         KeyDriverInfo info(kdp.get());
         QVERIFY(!info.open());
         QVERIFY(openLogged(QStringLiteral(" protocol skf")));
         QVERIFY(openLogged(QStringLiteral(" kdp load fail"), TWCore::Level::Error));
+        // The package is read in a fixed order before the driver is built:
+        // version, protocol, then the work path ahead of the file name.
+        QStringList reads;
+        for (const QString &word : logcheck::messages(core)) {
+            if (word.startsWith(QLatin1String(" _")) || word == QLatin1String(" protocol skf")
+                || word.startsWith(QLatin1String("path :")))
+                reads << word.section(QLatin1Char(':'), 0, 0);
+        }
+        QCOMPARE(reads, (QStringList{QStringLiteral(" _version"), QStringLiteral(" _protocol"),
+                                     QStringLiteral(" protocol skf"), QStringLiteral(" _workPath"),
+                                     QStringLiteral(" _argument"), QStringLiteral("path ")}));
         // The driver's own reason comes first, through the error log.
         const QStringList errors = core.lines(TWCore::Level::Error);
         QCOMPARE(errors.size(), 2);
