@@ -232,8 +232,8 @@ int main(int argc, char **argv)
     SoftTokenEngine engine(store.path());
     SoftTokenEngine::DeviceOptions options;
     options.name = QString::fromLatin1(kDevice);
-    options.containers << SoftTokenEngine::ContainerSpec{QString::fromLatin1(kContainer),
-                                                         SoftTokenEngine::ContainerSpec::Sm2, 0};
+    options.containers << SoftTokenEngine::ContainerSetup{QString::fromLatin1(kContainer),
+                                                          SoftTokenEngine::ContainerSetup::Sm2, 0};
     if (!engine.createDevice(options)) {
         fail(qPrintable(engine.lastError()));
         return 2;

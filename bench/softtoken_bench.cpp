@@ -36,7 +36,7 @@ bool setUp()
     SoftTokenEngine signer(g_signStore->path());
     SoftTokenEngine::DeviceOptions opt;
     opt.name = "signer";
-    opt.containers << SoftTokenEngine::ContainerSpec{"c", SoftTokenEngine::ContainerSpec::Sm2, 0};
+    opt.containers << SoftTokenEngine::ContainerSetup{"c", SoftTokenEngine::ContainerSetup::Sm2, 0};
     if (!signer.createDevice(opt))
         return false;
     SoftTokenEngine many(g_enumStore->path());

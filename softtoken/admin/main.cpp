@@ -142,10 +142,10 @@ int cmdInit(SoftTokenEngine &engine, const QStringList &args)
         opt.totalSpace = quint32(n);
     }
     for (const QString &c : o.all("--container")) {
-        SoftTokenEngine::ContainerSpec spec;
-        if (!SoftTokenEngine::ContainerSpec::parse(c, &spec, &error))
+        SoftTokenEngine::ContainerSetup setup;
+        if (!SoftTokenEngine::ContainerSetup::parse(c, &setup, &error))
             return usageError(error);
-        opt.containers.append(spec);
+        opt.containers.append(setup);
     }
     if (!engine.createDevice(opt))
         return failure(engine.lastError());

@@ -29,16 +29,16 @@ DeviceData::Pin newPin(const QString &pin, int retries)
     return p;
 }
 
-bool makeKeyPair(const SoftTokenEngine::ContainerSpec &spec, DeviceData::KeyPair *out)
+bool makeKeyPair(const SoftTokenEngine::ContainerSetup &setup, DeviceData::KeyPair *out)
 {
-    if (spec.type == SoftTokenEngine::ContainerSpec::Sm2) {
+    if (setup.type == SoftTokenEngine::ContainerSetup::Sm2) {
         out->alg = DeviceData::Sm2;
         out->bits = 256;
         out->priv = TokenCrypto::sm2Generate();
     } else {
         out->alg = DeviceData::Rsa;
-        out->bits = spec.rsaBits;
-        out->priv = TokenCrypto::rsaGenerate(spec.rsaBits);
+        out->bits = setup.rsaBits;
+        out->priv = TokenCrypto::rsaGenerate(setup.rsaBits);
     }
     return !out->priv.isEmpty();
 }
@@ -59,26 +59,45 @@ const char *containerTypeName(int type)
     return type == DeviceData::EccContainer ? "sm2" : type == DeviceData::RsaContainer ? "rsa" : "empty";
 }
 
+// Appends a planned fault or size lie for the next times calls of its
+// function, after checking both.
+bool planEntry(const QString &storeDir, const QString &device, FaultPlan::Entry e, int times, QString *error)
+{
+    if (!SoftTokenEngine::knownFunction(e.function)) {
+        *error = QStringLiteral("unknown function '%1': give one of the SKF_/EPS_ names").arg(e.function);
+        return false;
+    }
+    if (times == 0 || times < SoftTokenEngine::UntilCleared) {
+        *error = QStringLiteral("the number of calls must be positive");
+        return false;
+    }
+    e.remaining = times;
+    return DeviceStore(storeDir).updateFaults(device, [&](FaultPlan &plan) {
+        plan.entries.append(e);
+        return true;
+    }, error);
+}
+
 } // namespace
 
-bool SoftTokenEngine::ContainerSpec::parse(const QString &text, ContainerSpec *out, QString *error)
+bool SoftTokenEngine::ContainerSetup::parse(const QString &text, ContainerSetup *out, QString *error)
 {
     const QStringList parts = text.split(QLatin1Char(':'));
-    ContainerSpec spec;
-    spec.name = parts.value(0);
-    bool ok = DeviceData::validName(spec.name) && parts.size() <= 3;
+    ContainerSetup setup;
+    setup.name = parts.value(0);
+    bool ok = DeviceData::validName(setup.name) && parts.size() <= 3;
     if (ok && parts.size() >= 2) {
         const QString type = parts.at(1).toLower();
         if (type == QLatin1String("sm2") && parts.size() == 2)
-            spec.type = Sm2;
+            setup.type = Sm2;
         else if (type == QLatin1String("rsa"))
-            spec.type = Rsa;
+            setup.type = Rsa;
         else
             ok = false;
     }
     if (ok && parts.size() == 3) {
-        spec.rsaBits = parts.at(2).toInt(&ok);
-        ok = ok && (spec.rsaBits == 1024 || spec.rsaBits == 2048);
+        setup.rsaBits = parts.at(2).toInt(&ok);
+        ok = ok && (setup.rsaBits == 1024 || setup.rsaBits == 2048);
     }
     if (!ok) {
         if (error)
@@ -86,7 +105,7 @@ bool SoftTokenEngine::ContainerSpec::parse(const QString &text, ContainerSpec *o
                                     "the name 1 to 32 bytes").arg(text);
         return false;
     }
-    *out = spec;
+    *out = setup;
     return true;
 }
 
@@ -120,7 +139,7 @@ bool SoftTokenEngine::createDevice(const DeviceOptions &o)
         || o.serial.toUtf8().size() > 31)
         return fail(QStringLiteral("label up to 31 bytes, serial up to 31, manufacturer and issuer up to 63"));
     QSet<QString> seen;
-    for (const ContainerSpec &c : o.containers) {
+    for (const ContainerSetup &c : o.containers) {
         if (!DeviceData::validName(c.name) || seen.contains(c.name))
             return fail(QStringLiteral("invalid or repeated container name '%1'").arg(c.name));
         seen.insert(c.name);
@@ -153,11 +172,11 @@ bool SoftTokenEngine::createDevice(const DeviceOptions &o)
     app.admin = newPin(o.adminPin, o.adminRetries);
     app.user = newPin(o.userPin, o.userRetries);
     app.createFileRights = DeviceData::Anyone;
-    for (const ContainerSpec &spec : o.containers) {
+    for (const ContainerSetup &setup : o.containers) {
         DeviceData::Container c;
-        c.name = spec.name;
-        if (spec.type != ContainerSpec::Empty && (!makeKeyPair(spec, &c.sign) || !makeKeyPair(spec, &c.enc)))
-            return fail(QStringLiteral("key generation failed for container %1").arg(spec.name));
+        c.name = setup.name;
+        if (setup.type != ContainerSetup::Empty && (!makeKeyPair(setup, &c.sign) || !makeKeyPair(setup, &c.enc)))
+            return fail(QStringLiteral("key generation failed for container %1").arg(setup.name));
         app.containers.append(c);
     }
     d.apps.append(app);
@@ -195,37 +214,21 @@ bool SoftTokenEngine::knownFunction(const QString &function)
 
 bool SoftTokenEngine::setFault(const QString &device, const QString &function, quint32 code, int times)
 {
-    if (!knownFunction(function))
-        return fail(QStringLiteral("unknown function '%1': give one of the SKF_/EPS_ names").arg(function));
-    if (times == 0 || times < UntilCleared)
-        return fail(QStringLiteral("the number of calls must be positive"));
     FaultPlan::Entry e;
     e.function = function;
     e.code = code;
-    e.remaining = times;
     QString error;
-    return DeviceStore(m_storeDir).updateFaults(device, [&](FaultPlan &plan) {
-        plan.entries.append(e);
-        return true;
-    }, &error) || fail(error);
+    return planEntry(m_storeDir, device, e, times, &error) || fail(error);
 }
 
 bool SoftTokenEngine::setSizeLie(const QString &device, const QString &function, qint32 delta, int times)
 {
-    if (!knownFunction(function))
-        return fail(QStringLiteral("unknown function '%1': give one of the SKF_/EPS_ names").arg(function));
-    if (times == 0 || times < UntilCleared)
-        return fail(QStringLiteral("the number of calls must be positive"));
     FaultPlan::Entry e;
     e.function = function;
     e.sizeLie = true;
     e.sizeDelta = delta;
-    e.remaining = times;
     QString error;
-    return DeviceStore(m_storeDir).updateFaults(device, [&](FaultPlan &plan) {
-        plan.entries.append(e);
-        return true;
-    }, &error) || fail(error);
+    return planEntry(m_storeDir, device, e, times, &error) || fail(error);
 }
 
 bool SoftTokenEngine::clearFaults(const QString &device)

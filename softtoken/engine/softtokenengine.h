@@ -6,7 +6,7 @@
 //   SoftTokenEngine engine(tempDir.path());
 //   SoftTokenEngine::DeviceOptions opt;
 //   opt.name = "token1";
-//   opt.containers << SoftTokenEngine::ContainerSpec{"c1", SoftTokenEngine::ContainerSpec::Sm2};
+//   opt.containers << SoftTokenEngine::ContainerSetup{"c1", SoftTokenEngine::ContainerSetup::Sm2};
 //   if (!engine.createDevice(opt)) qWarning() << engine.lastError();
 //   engine.setFault("token1", "SKF_ECCSignData", 0x0A000023, 1);
 //   engine.removeDevice("token1");     // SKF calls now see SAR_DEVICE_REMOVED
@@ -27,14 +27,14 @@ class SoftTokenEngine
 public:
     enum { UntilCleared = -1 };
 
-    struct ContainerSpec {
+    struct ContainerSetup {
         enum Type { Empty, Sm2, Rsa };
         QString name;
         Type type = Empty;
         int rsaBits = 2048;
 
         // "NAME", "NAME:sm2", "NAME:rsa", "NAME:rsa:1024", "NAME:rsa:2048".
-        static bool parse(const QString &text, ContainerSpec *out, QString *error);
+        static bool parse(const QString &text, ContainerSetup *out, QString *error);
     };
 
     struct DeviceOptions {
@@ -48,7 +48,7 @@ public:
         int adminRetries = 10;
         int userRetries = 6;
         QString app = QStringLiteral("TW_APP");
-        QList<ContainerSpec> containers;
+        QList<ContainerSetup> containers;
         quint32 totalSpace = 256 * 1024;
     };
 

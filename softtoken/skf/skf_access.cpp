@@ -63,6 +63,29 @@ ULONG rightsError(quint32 rights)
     return rights == DeviceData::Never ? ULONG(TW_ERR_SECURITY_STATE) : ULONG(SAR_USER_NOT_LOGGED_IN);
 }
 
+// A file name given to a call: missing is a parameter error, unusable
+// names no file.
+ULONG fileName(LPSTR text, QString *out)
+{
+    if (!text)
+        return SAR_INVALIDPARAMERR;
+    return SkfCall::name(text, kNameMax, out) ? ULONG(SAR_OK) : ULONG(SAR_FILE_NOT_EXIST);
+}
+
+// The named file in the application's current data.
+ULONG findFile(SkfCall &call, AppObject *app, LPSTR text, const DeviceData::File **out)
+{
+    QString name;
+    ULONG rv = fileName(text, &name);
+    if (rv != SAR_OK)
+        return rv;
+    const DeviceData::App *a = nullptr;
+    if ((rv = call.appData(app, &a)) != SAR_OK)
+        return rv;
+    *out = a->file(name);
+    return *out ? SAR_OK : SAR_FILE_NOT_EXIST;
+}
+
 ULONG openApp(Connection *conn, const QString &name, HAPPLICATION *out)
 {
     *out = HandleRegistry::instance().add(std::make_unique<AppObject>(conn, name));
@@ -110,9 +133,8 @@ SKF_EXPORT ULONG SKF_GetPINInfo(HAPPLICATION hApplication, ULONG ulPINType, ULON
         return SAR_USER_TYPE_INVALID;
     if (!pulMaxRetryCount || !pulRemainRetryCount || !pbDefaultPin)
         return SAR_INVALIDPARAMERR;
-    const DeviceData *d = nullptr;
     const DeviceData::App *a = nullptr;
-    if ((rv = call.appData(app, &d, &a)) != SAR_OK)
+    if ((rv = call.appData(app, &a)) != SAR_OK)
         return rv;
     const DeviceData::Pin &pin = ulPINType == ADMIN_TYPE ? a->admin : a->user;
     *pulMaxRetryCount = ULONG(pin.maxRetries);
@@ -233,14 +255,12 @@ SKF_EXPORT ULONG SKF_DeleteFile(HAPPLICATION hApplication, LPSTR szFileName)
 {
     SkfCall call("SKF_DeleteFile");
     AppObject *app = nullptr;
-    const ULONG rv = call.app(hApplication, &app);
+    ULONG rv = call.app(hApplication, &app);
     if (rv != SAR_OK)
         return rv;
     QString name;
-    if (!szFileName)
-        return SAR_INVALIDPARAMERR;
-    if (!SkfCall::name(szFileName, kNameMax, &name))
-        return SAR_FILE_NOT_EXIST;
+    if ((rv = fileName(szFileName, &name)) != SAR_OK)
+        return rv;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
         persist = false;
         const DeviceData::File *f = a.file(name);
@@ -259,13 +279,9 @@ SKF_EXPORT ULONG SKF_DeleteFile(HAPPLICATION hApplication, LPSTR szFileName)
 SKF_EXPORT ULONG SKF_EnumFiles(HAPPLICATION hApplication, LPSTR szFileList, ULONG *pulSize)
 {
     SkfCall call("SKF_EnumFiles");
-    AppObject *app = nullptr;
-    ULONG rv = call.app(hApplication, &app);
-    if (rv != SAR_OK)
-        return rv;
-    const DeviceData *d = nullptr;
     const DeviceData::App *a = nullptr;
-    if ((rv = call.appData(app, &d, &a)) != SAR_OK)
+    const ULONG rv = call.appData(hApplication, &a);
+    if (rv != SAR_OK)
         return rv;
     QStringList names;
     for (const DeviceData::File &f : a->files)
@@ -280,18 +296,11 @@ SKF_EXPORT ULONG SKF_GetFileInfo(HAPPLICATION hApplication, LPSTR szFileName, FI
     ULONG rv = call.app(hApplication, &app);
     if (rv != SAR_OK)
         return rv;
-    QString name;
-    if (!szFileName || !pFileInfo)
+    if (!pFileInfo)
         return SAR_INVALIDPARAMERR;
-    if (!SkfCall::name(szFileName, kNameMax, &name))
-        return SAR_FILE_NOT_EXIST;
-    const DeviceData *d = nullptr;
-    const DeviceData::App *a = nullptr;
-    if ((rv = call.appData(app, &d, &a)) != SAR_OK)
+    const DeviceData::File *f = nullptr;
+    if ((rv = findFile(call, app, szFileName, &f)) != SAR_OK)
         return rv;
-    const DeviceData::File *f = a->file(name);
-    if (!f)
-        return SAR_FILE_NOT_EXIST;
     FILEATTRIBUTE attr;
     memset(&attr, 0, sizeof attr);
     const QByteArray n = f->name.toUtf8();
@@ -311,18 +320,11 @@ SKF_EXPORT ULONG SKF_ReadFile(HAPPLICATION hApplication, LPSTR szFileName, ULONG
     ULONG rv = call.app(hApplication, &app);
     if (rv != SAR_OK)
         return rv;
-    QString name;
-    if (!szFileName || !pulOutLen)
+    if (!pulOutLen)
         return SAR_INVALIDPARAMERR;
-    if (!SkfCall::name(szFileName, kNameMax, &name))
-        return SAR_FILE_NOT_EXIST;
-    const DeviceData *d = nullptr;
-    const DeviceData::App *a = nullptr;
-    if ((rv = call.appData(app, &d, &a)) != SAR_OK)
+    const DeviceData::File *f = nullptr;
+    if ((rv = findFile(call, app, szFileName, &f)) != SAR_OK)
         return rv;
-    const DeviceData::File *f = a->file(name);
-    if (!f)
-        return SAR_FILE_NOT_EXIST;
     if (!allowed(f->readRights, app))
         return rightsError(f->readRights);
     if (ulOffset > ULONG(f->data.size()))
@@ -342,10 +344,8 @@ SKF_EXPORT ULONG SKF_WriteFile(HAPPLICATION hApplication, LPSTR szFileName, ULON
         return rv;
     QString name;
     QByteArray data;
-    if (!szFileName)
-        return SAR_INVALIDPARAMERR;
-    if (!SkfCall::name(szFileName, kNameMax, &name))
-        return SAR_FILE_NOT_EXIST;
+    if ((rv = fileName(szFileName, &name)) != SAR_OK)
+        return rv;
     if ((rv = SkfCall::input(pbData, ulSize, &data)) != SAR_OK)
         return rv;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {

@@ -119,20 +119,27 @@ ULONG SkfCall::data(Connection *connection, const DeviceData **out)
     return SAR_OK;
 }
 
-ULONG SkfCall::appData(AppObject *app, const DeviceData **device, const DeviceData::App **out)
+ULONG SkfCall::appData(AppObject *app, const DeviceData::App **out)
 {
-    const ULONG rv = data(app->connection(), device);
+    const DeviceData *d = nullptr;
+    const ULONG rv = data(app->connection(), &d);
     if (rv != SAR_OK)
         return rv;
-    *out = (*device)->app(app->name());
+    *out = d->app(app->name());
     return *out ? SAR_OK : SAR_APPLICATION_NOT_EXISTS;
+}
+
+ULONG SkfCall::appData(HAPPLICATION handle, const DeviceData::App **out)
+{
+    AppObject *object = nullptr;
+    const ULONG rv = app(handle, &object);
+    return rv != SAR_OK ? rv : appData(object, out);
 }
 
 ULONG SkfCall::containerData(ContainerObject *container, const DeviceData::App **app,
                              const DeviceData::Container **out)
 {
-    const DeviceData *d = nullptr;
-    const ULONG rv = appData(container->app(), &d, app);
+    const ULONG rv = appData(container->app(), app);
     if (rv != SAR_OK)
         return rv;
     *out = (*app)->container(container->name());
@@ -180,10 +187,24 @@ ULONG SkfCall::requireUser(AppObject *app) const
     return app->connection()->userLoggedIn(app->name()) ? ULONG(SAR_OK) : ULONG(SAR_USER_NOT_LOGGED_IN);
 }
 
+ULONG SkfCall::userContainer(HCONTAINER handle, ContainerObject **out)
+{
+    const ULONG rv = container(handle, out);
+    return rv != SAR_OK ? rv : requireUser((*out)->app());
+}
+
 void SkfCall::reportSize(ULONG *len, ULONG actual)
 {
     const qint64 shown = qint64(actual) + m_sizeDelta;
     *len = shown < 0 ? 0 : ULONG(shown);
+}
+
+bool SkfCall::sizeFirst(ULONG need, BYTE *out, ULONG *len, ULONG *rv)
+{
+    if (out && len && *len >= need)
+        return false;
+    *rv = fill(QByteArray(int(need), '\0'), out, len);
+    return true;
 }
 
 ULONG SkfCall::fill(const QByteArray &bytes, BYTE *out, ULONG *len)

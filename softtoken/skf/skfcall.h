@@ -48,7 +48,9 @@ public:
     // handle; codes for what has vanished meanwhile. What they point to
     // stays valid for the rest of the call.
     ULONG data(Connection *connection, const DeviceData **out);
-    ULONG appData(AppObject *app, const DeviceData **device, const DeviceData::App **out);
+    ULONG appData(AppObject *app, const DeviceData::App **out);
+    // app() and appData() at once, for calls with nothing to check between.
+    ULONG appData(HAPPLICATION handle, const DeviceData::App **out);
     ULONG containerData(ContainerObject *container, const DeviceData::App **app, const DeviceData::Container **out);
     EVP_PKEY *privateKey(ContainerObject *container, bool sign);
     // Read-modify-write of the device under its lock. change() returns the
@@ -57,11 +59,16 @@ public:
     ULONG modifyApp(AppObject *app, const std::function<ULONG(DeviceData::App &, DeviceData &, bool &persist)> &change);
 
     ULONG requireUser(AppObject *app) const;
+    // container(), then the user login of its application.
+    ULONG userContainer(HCONTAINER handle, ContainerObject **out);
 
     // Size-then-fill: a null buffer asks for the size.
     ULONG fill(const QByteArray &bytes, BYTE *out, ULONG *len);
     ULONG fillText(const QByteArray &bytes, LPSTR out, ULONG *len);
     void reportSize(ULONG *len, ULONG actual);
+    // Size-then-fill answered before the work: when out is null or shorter
+    // than need, *rv gets the answer for need bytes and this returns true.
+    bool sizeFirst(ULONG need, BYTE *out, ULONG *len, ULONG *rv);
 
     // Releases the call's lock while the caller waits; handles must be
     // looked up again afterwards.

@@ -78,7 +78,7 @@ bool TestE2eSoftToken::createToken(const QString &name, const QString &serial)
     SoftTokenEngine::DeviceOptions opt;
     opt.name = name;
     opt.serial = serial;
-    opt.containers << SoftTokenEngine::ContainerSpec{QStringLiteral("c1"), SoftTokenEngine::ContainerSpec::Sm2};
+    opt.containers << SoftTokenEngine::ContainerSetup{QStringLiteral("c1"), SoftTokenEngine::ContainerSetup::Sm2};
     if (engine.createDevice(opt))
         return true;
     QTest::qFail(qPrintable(engine.lastError()), __FILE__, __LINE__);

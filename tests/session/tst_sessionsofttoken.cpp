@@ -81,7 +81,7 @@ bool TestSessionSoftToken::createToken(const QString &adminPin, const QStringLis
     options.userPin = str(kUserPin);
     options.userRetries = kUserRetries;
     for (const QString &name : containers)
-        options.containers << SoftTokenEngine::ContainerSpec{name, SoftTokenEngine::ContainerSpec::Sm2};
+        options.containers << SoftTokenEngine::ContainerSetup{name, SoftTokenEngine::ContainerSetup::Sm2};
     if (engine.createDevice(options))
         return true;
     QTest::qFail(qPrintable(engine.lastError()), __FILE__, __LINE__);

@@ -112,7 +112,7 @@ private slots:
     void sealReadsBackByteForByte();
 
 private:
-    bool start(const SoftTokenEngine::ContainerSpec &container);
+    bool start(const SoftTokenEngine::ContainerSetup &container);
     QString writeFile(const QString &name, const QByteArray &data);
     int openssl(const QStringList &args);
     const char *opensslSaid() const { return m_opensslOutput.constData(); }
@@ -134,7 +134,7 @@ private:
 
 // One token in a store of its own with one container, seen through a
 // package of the software token library; the key is open, not logged in.
-bool TestSessionCryptoSoftToken::start(const SoftTokenEngine::ContainerSpec &container)
+bool TestSessionCryptoSoftToken::start(const SoftTokenEngine::ContainerSetup &container)
 {
     if (!m_store.isValid() || !m_files.isValid() || !m_kdp.isValid()) {
         QTest::qFail("no temporary directory", __FILE__, __LINE__);
@@ -189,7 +189,7 @@ int TestSessionCryptoSoftToken::openssl(const QStringList &args)
 
 void TestSessionCryptoSoftToken::eccSimpleSignatureVerifiesWithOpenssl()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSpec::Sm2}));
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
     Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("sm2"));
     QVERIFY(c);
     const QByteArray message("A message signed on the token, checked by openssl.");
@@ -233,7 +233,7 @@ void TestSessionCryptoSoftToken::eccSimpleSignatureVerifiesWithOpenssl()
 
 void TestSessionCryptoSoftToken::rsaSignatureVerifiesWithOpenssl()
 {
-    QVERIFY(start({QStringLiteral("rsa"), SoftTokenEngine::ContainerSpec::Empty}));
+    QVERIFY(start({QStringLiteral("rsa"), SoftTokenEngine::ContainerSetup::Empty}));
     QVERIFY(call<bool>("verifyPin", kUserPin, false));
     Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("rsa"));
     QVERIFY(c);
@@ -273,7 +273,7 @@ void TestSessionCryptoSoftToken::rsaSignatureVerifiesWithOpenssl()
 
 void TestSessionCryptoSoftToken::digestsMatchOpenssl()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSpec::Sm2}));
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
     const QByteArray data = pattern(1500, 1);
 
     struct Alg
@@ -305,7 +305,7 @@ void TestSessionCryptoSoftToken::digestsMatchOpenssl()
 
 void TestSessionCryptoSoftToken::exportedSessionKeyDecryptsAfterImport()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSpec::Sm2}));
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
     QVERIFY(call<bool>("verifyPin", kUserPin, false));
     Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("sm2"));
     QVERIFY(c);
@@ -352,7 +352,7 @@ void TestSessionCryptoSoftToken::exportedSessionKeyDecryptsAfterImport()
 
 void TestSessionCryptoSoftToken::sealReadsBackByteForByte()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSpec::Sm2}));
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
     QVERIFY(call<bool>("verifyPin", kUserPin, false));
 
     // No seal yet: empty, and no last error.

@@ -34,13 +34,13 @@ bool TokenFixture::addDevice(const QString &name, const QStringList &containers)
     SoftTokenEngine::DeviceOptions opt;
     opt.name = name;
     for (const QString &c : containers) {
-        SoftTokenEngine::ContainerSpec spec;
+        SoftTokenEngine::ContainerSetup setup;
         QString error;
-        if (!SoftTokenEngine::ContainerSpec::parse(c, &spec, &error)) {
+        if (!SoftTokenEngine::ContainerSetup::parse(c, &setup, &error)) {
             qWarning() << error;
             return false;
         }
-        opt.containers.append(spec);
+        opt.containers.append(setup);
     }
     if (!m_engine.createDevice(opt)) {
         qWarning() << m_engine.lastError();
