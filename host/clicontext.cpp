@@ -287,6 +287,12 @@ Qt::HANDLE CliContext::container(bool createIfMissing, int *exitCode)
     return handle;
 }
 
+Qt::HANDLE CliContext::selectedContainer(Login login, bool createIfMissing, int *exitCode)
+{
+    *exitCode = openSelectedKey(login);
+    return *exitCode == Ok ? container(createIfMissing, exitCode) : nullptr;
+}
+
 bool CliContext::publicKey(Qt::HANDLE container, bool signKey, QByteArray *blob, int *exitCode)
 {
     clearError();

@@ -97,6 +97,8 @@ public:
     // --container, opened; created first when asked and missing. Null after
     // a report (the exit code is then in *exitCode).
     Qt::HANDLE container(bool createIfMissing, int *exitCode);
+    // openSelectedKey(login), then container().
+    Qt::HANDLE selectedContainer(Login login, bool createIfMissing, int *exitCode);
 
     // exportPublicKey of the signing or the encryption pair; false after a
     // report, with the exit code in *exitCode.

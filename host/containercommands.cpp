@@ -51,27 +51,19 @@ int list(CliContext &ctx)
     return CliContext::Ok;
 }
 
-int create(CliContext &ctx, const QString &name)
+// createContainer or deleteContainer by name: R is what the method gives,
+// a handle or a flag, empty or false when it failed.
+template <typename R>
+int changeContainer(CliContext &ctx, const char *method, const QString &name, const QString &failure,
+                    const QString &done)
 {
-    Qt::HANDLE handle = nullptr;
+    R result{};
     ctx.clearError();
-    if (!ctx.call(ctx.key(), "createContainer", handle, name))
+    if (!ctx.call(ctx.key(), method, result, name))
         return CliContext::Failed;
-    if (!handle)
-        return ctx.fail(QStringLiteral("cannot create the container %1").arg(name));
-    ctx.print(QStringLiteral("container %1 created").arg(name));
-    return CliContext::Ok;
-}
-
-int remove(CliContext &ctx, const QString &name)
-{
-    bool ok = false;
-    ctx.clearError();
-    if (!ctx.call(ctx.key(), "deleteContainer", ok, name))
-        return CliContext::Failed;
-    if (!ok)
-        return ctx.fail(QStringLiteral("cannot delete the container %1").arg(name));
-    ctx.print(QStringLiteral("container %1 deleted").arg(name));
+    if (!result)
+        return ctx.fail(failure.arg(name));
+    ctx.print(done.arg(name));
     return CliContext::Ok;
 }
 
@@ -104,8 +96,11 @@ int ContainerCommands::containers(CliContext &ctx)
     if (sub == QLatin1String("ls"))
         return list(ctx);
     if (sub == QLatin1String("create"))
-        return create(ctx, args.at(1));
-    return remove(ctx, args.at(1));
+        return changeContainer<Qt::HANDLE>(ctx, "createContainer", args.at(1),
+                                           QStringLiteral("cannot create the container %1"),
+                                           QStringLiteral("container %1 created"));
+    return changeContainer<bool>(ctx, "deleteContainer", args.at(1), QStringLiteral("cannot delete the container %1"),
+                                 QStringLiteral("container %1 deleted"));
 }
 
 int ContainerCommands::cert(CliContext &ctx)
@@ -123,10 +118,8 @@ int ContainerCommands::cert(CliContext &ctx)
         if (der.isEmpty())
             return ctx.usage(QStringLiteral("the input holds no certificate"));
     }
-    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
-    if (rc != CliContext::Ok)
-        return rc;
-    Qt::HANDLE handle = ctx.container(false, &rc);
+    int rc = CliContext::Ok;
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
     if (!handle)
         return rc;
     ctx.clearError();
@@ -161,10 +154,8 @@ int ContainerCommands::keygen(CliContext &ctx)
         if (!CliContext::parseNumber(ctx.value("bits"), &bits))
             return ctx.usage(QStringLiteral("--bits needs a number"));
     }
-    int rc = ctx.openSelectedKey(CliContext::Login::User);
-    if (rc != CliContext::Ok)
-        return rc;
-    Qt::HANDLE handle = ctx.container(true, &rc);
+    int rc = CliContext::Ok;
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::User, true, &rc);
     if (!handle)
         return rc;
     QByteArray blob;
@@ -190,10 +181,8 @@ int ContainerCommands::pubkey(CliContext &ctx)
 {
     if (!ctx.args().isEmpty())
         return ctx.usage(QStringLiteral("pubkey --container C [--enc] [--pem]"));
-    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
-    if (rc != CliContext::Ok)
-        return rc;
-    Qt::HANDLE handle = ctx.container(false, &rc);
+    int rc = CliContext::Ok;
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
     if (!handle)
         return rc;
     QByteArray blob;

@@ -67,17 +67,40 @@ QByteArray compactSignature(const QByteArray &bytes, bool der)
     return BlobConverter::derToCompact(bytes);
 }
 
-bool cipherOptions(CliContext &ctx, quint64 *alg, bool *cbc, quint32 *padding)
+// False after reporting an unknown --format, before any work is done.
+bool formatKnown(CliContext &ctx)
+{
+    CliContext::Encoding encoding;
+    if (ctx.outputEncoding(&encoding))
+        return true;
+    ctx.usage(QStringLiteral("unknown --format"));
+    return false;
+}
+
+struct CipherOptions
+{
+    quint64 alg = 0;
+    bool cbc = false;
+    quint32 padding = 0;
+};
+
+// The options encrypt and decrypt share; keyFile is the option naming the
+// wrapped key's file. False after the report.
+bool cipherOptions(CliContext &ctx, const char *command, const char *keyFile, CipherOptions *out)
 {
     const QString mode = ctx.value("mode", QStringLiteral("ecb"));
     const QString pad = ctx.value("padding", QStringLiteral("pkcs5"));
-    if ((mode != QLatin1String("ecb") && mode != QLatin1String("cbc"))
-        || (pad != QLatin1String("pkcs5") && pad != QLatin1String("none")))
+    if (!ctx.args().isEmpty() || !ctx.has(keyFile) || (mode != QLatin1String("ecb") && mode != QLatin1String("cbc"))
+        || (pad != QLatin1String("pkcs5") && pad != QLatin1String("none"))) {
+        ctx.usage(QStringLiteral("%1 --container C --%2 FILE [--in FILE] [--out FILE] [--mode ecb|cbc] "
+                                 "[--padding pkcs5|none]")
+                      .arg(QLatin1String(command), QLatin1String(keyFile)));
         return false;
-    *cbc = mode == QLatin1String("cbc");
-    *alg = *cbc ? kSgdSm4Cbc : kSgdSm4Ecb;
-    *padding = pad == QLatin1String("pkcs5") ? 1 : 0;
-    return true;
+    }
+    out->cbc = mode == QLatin1String("cbc");
+    out->alg = out->cbc ? kSgdSm4Cbc : kSgdSm4Ecb;
+    out->padding = pad == QLatin1String("pkcs5") ? 1 : 0;
+    return formatKnown(ctx);
 }
 
 // The 44 bytes of a BLOCKCIPHERPARAM, in the machine's byte order.
@@ -124,16 +147,13 @@ int CryptoCommands::sign(CliContext &ctx)
     const bool noZ = ctx.has("no-z");
     if (!ctx.args().isEmpty() || (raw && ctx.has("compact")))
         return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
-    CliContext::Encoding encoding;
-    if (!ctx.outputEncoding(&encoding))
-        return ctx.usage(QStringLiteral("unknown --format"));
+    if (!formatKnown(ctx))
+        return CliContext::Usage;
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
-    int rc = ctx.openSelectedKey(CliContext::Login::User);
-    if (rc != CliContext::Ok)
-        return rc;
-    Qt::HANDLE handle = ctx.container(false, &rc);
+    int rc = CliContext::Ok;
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::User, false, &rc);
     if (!handle)
         return rc;
 
@@ -190,10 +210,8 @@ int CryptoCommands::verify(CliContext &ctx)
     else if (format != QLatin1String("raw") && format != QLatin1String("der"))
         return ctx.usage(QStringLiteral("unknown --format %1").arg(format));
 
-    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
-    if (rc != CliContext::Ok)
-        return rc;
-    Qt::HANDLE handle = ctx.container(false, &rc);
+    int rc = CliContext::Ok;
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
     if (!handle)
         return rc;
     const int type = ctx.containerType(handle);
@@ -251,9 +269,8 @@ int CryptoCommands::digest(CliContext &ctx)
     const bool withKey = ctx.has("container");
     if (withKey && alg != kSgdSm3)
         return ctx.usage(QStringLiteral("--container is for SM3 with the signer's public key"));
-    CliContext::Encoding encoding;
-    if (!ctx.outputEncoding(&encoding))
-        return ctx.usage(QStringLiteral("unknown --format"));
+    if (!formatKnown(ctx))
+        return CliContext::Usage;
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
@@ -277,22 +294,14 @@ int CryptoCommands::digest(CliContext &ctx)
 
 int CryptoCommands::encrypt(CliContext &ctx)
 {
-    quint64 alg = 0;
-    bool cbc = false;
-    quint32 padding = 0;
-    if (!ctx.args().isEmpty() || !ctx.has("key-out") || !cipherOptions(ctx, &alg, &cbc, &padding))
-        return ctx.usage(QStringLiteral("encrypt --container C --key-out FILE [--in FILE] [--out FILE] "
-                                        "[--mode ecb|cbc] [--padding pkcs5|none]"));
-    CliContext::Encoding encoding;
-    if (!ctx.outputEncoding(&encoding))
-        return ctx.usage(QStringLiteral("unknown --format"));
+    CipherOptions opt;
+    if (!cipherOptions(ctx, "encrypt", "key-out", &opt))
+        return CliContext::Usage;
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
-    int rc = ctx.openSelectedKey(CliContext::Login::IfGiven);
-    if (rc != CliContext::Ok)
-        return rc;
-    Qt::HANDLE handle = ctx.container(false, &rc);
+    int rc = CliContext::Ok;
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
     QByteArray pub;
     if (!handle || !ctx.publicKey(handle, false, &pub, &rc))
         return rc;
@@ -302,14 +311,14 @@ int CryptoCommands::encrypt(CliContext &ctx)
     Qt::HANDLE hKey = nullptr;
     QByteArray wrapped;
     ctx.clearError();
-    if (!ctx.call(ctx.key(), "eccExportSessionKey", wrapped, handle, alg, pub, TWPtr{"Qt::HANDLE*", &hKey}))
+    if (!ctx.call(ctx.key(), "eccExportSessionKey", wrapped, handle, opt.alg, pub, TWPtr{"Qt::HANDLE*", &hKey}))
         return CliContext::Failed;
     if (wrapped.isEmpty() || !hKey)
         return ctx.fail(QStringLiteral("the key made no session key"));
 
-    const QByteArray iv = cbc ? BlobConverter::randomBytes(kSm4Block) : QByteArray();
+    const QByteArray iv = opt.cbc ? BlobConverter::randomBytes(kSm4Block) : QByteArray();
     QByteArray cipher;
-    if (!runCipher(ctx, hKey, true, cipherParam(iv, padding), data, &cipher, &rc))
+    if (!runCipher(ctx, hKey, true, cipherParam(iv, opt.padding), data, &cipher, &rc))
         return rc;
     if (!ctx.writeFile(ctx.value("key-out"), wrapped))
         return CliContext::Usage;
@@ -319,37 +328,29 @@ int CryptoCommands::encrypt(CliContext &ctx)
 
 int CryptoCommands::decrypt(CliContext &ctx)
 {
-    quint64 alg = 0;
-    bool cbc = false;
-    quint32 padding = 0;
-    if (!ctx.args().isEmpty() || !ctx.has("key-in") || !cipherOptions(ctx, &alg, &cbc, &padding))
-        return ctx.usage(QStringLiteral("decrypt --container C --key-in FILE [--in FILE] [--out FILE] "
-                                        "[--mode ecb|cbc] [--padding pkcs5|none]"));
-    CliContext::Encoding encoding;
-    if (!ctx.outputEncoding(&encoding))
-        return ctx.usage(QStringLiteral("unknown --format"));
+    CipherOptions opt;
+    if (!cipherOptions(ctx, "decrypt", "key-in", &opt))
+        return CliContext::Usage;
     QByteArray input, wrapped;
     if (!ctx.readInput(&input) || !ctx.readFile(ctx.value("key-in"), &wrapped))
         return CliContext::Usage;
-    const QByteArray iv = cbc ? input.left(kSm4Block) : QByteArray();
-    const QByteArray cipher = cbc ? input.mid(kSm4Block) : input;
-    if (iv.size() != (cbc ? kSm4Block : 0) || cipher.isEmpty())
+    const QByteArray iv = opt.cbc ? input.left(kSm4Block) : QByteArray();
+    const QByteArray cipher = opt.cbc ? input.mid(kSm4Block) : input;
+    if (iv.size() != (opt.cbc ? kSm4Block : 0) || cipher.isEmpty())
         return ctx.usage(QStringLiteral("the input holds no ciphertext"));
-    int rc = ctx.openSelectedKey(CliContext::Login::User);
-    if (rc != CliContext::Ok)
-        return rc;
-    Qt::HANDLE handle = ctx.container(false, &rc);
+    int rc = CliContext::Ok;
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::User, false, &rc);
     if (!handle)
         return rc;
     Qt::HANDLE hKey = nullptr;
     const quint64 wrappedLength = quint64(wrapped.size());
     ctx.clearError();
-    if (!ctx.call(ctx.key(), "importSessionKey", hKey, handle, alg, wrapped, wrappedLength))
+    if (!ctx.call(ctx.key(), "importSessionKey", hKey, handle, opt.alg, wrapped, wrappedLength))
         return CliContext::Failed;
     if (!hKey)
         return ctx.fail(QStringLiteral("the key did not take the session key"));
     QByteArray plain;
-    if (!runCipher(ctx, hKey, false, cipherParam(iv, padding), cipher, &plain, &rc))
+    if (!runCipher(ctx, hKey, false, cipherParam(iv, opt.padding), cipher, &plain, &rc))
         return rc;
     return ctx.writeOutput(plain) ? CliContext::Ok : CliContext::Usage;
 }

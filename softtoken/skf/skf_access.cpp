@@ -63,20 +63,11 @@ ULONG rightsError(quint32 rights)
     return rights == DeviceData::Never ? ULONG(TW_ERR_SECURITY_STATE) : ULONG(SAR_USER_NOT_LOGGED_IN);
 }
 
-// A file name given to a call: missing is a parameter error, unusable
-// names no file.
-ULONG fileName(LPSTR text, QString *out)
-{
-    if (!text)
-        return SAR_INVALIDPARAMERR;
-    return SkfCall::name(text, kNameMax, out) ? ULONG(SAR_OK) : ULONG(SAR_FILE_NOT_EXIST);
-}
-
 // The named file in the application's current data.
 ULONG findFile(SkfCall &call, AppObject *app, LPSTR text, const DeviceData::File **out)
 {
     QString name;
-    ULONG rv = fileName(text, &name);
+    ULONG rv = SkfCall::nameArg(text, kNameMax, SAR_FILE_NOT_EXIST, &name);
     if (rv != SAR_OK)
         return rv;
     const DeviceData::App *a = nullptr;
@@ -222,14 +213,12 @@ SKF_EXPORT ULONG SKF_CreateFile(HAPPLICATION hApplication, LPSTR szFileName, ULO
 {
     SkfCall call("SKF_CreateFile");
     AppObject *app = nullptr;
-    const ULONG rv = call.app(hApplication, &app);
+    ULONG rv = call.app(hApplication, &app);
     if (rv != SAR_OK)
         return rv;
     QString name;
-    if (!szFileName)
-        return SAR_INVALIDPARAMERR;
-    if (!SkfCall::name(szFileName, kNameMax, &name))
-        return SAR_NAMELENERR;
+    if ((rv = SkfCall::nameArg(szFileName, kNameMax, SAR_NAMELENERR, &name)) != SAR_OK)
+        return rv;
     if (ulFileSize > ULONG(SkfCall::MaxInput))
         return SAR_NO_ROOM;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &d, bool &persist) -> ULONG {
@@ -259,7 +248,7 @@ SKF_EXPORT ULONG SKF_DeleteFile(HAPPLICATION hApplication, LPSTR szFileName)
     if (rv != SAR_OK)
         return rv;
     QString name;
-    if ((rv = fileName(szFileName, &name)) != SAR_OK)
+    if ((rv = SkfCall::nameArg(szFileName, kNameMax, SAR_FILE_NOT_EXIST, &name)) != SAR_OK)
         return rv;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
         persist = false;
@@ -344,7 +333,7 @@ SKF_EXPORT ULONG SKF_WriteFile(HAPPLICATION hApplication, LPSTR szFileName, ULON
         return rv;
     QString name;
     QByteArray data;
-    if ((rv = fileName(szFileName, &name)) != SAR_OK)
+    if ((rv = SkfCall::nameArg(szFileName, kNameMax, SAR_FILE_NOT_EXIST, &name)) != SAR_OK)
         return rv;
     if ((rv = SkfCall::input(pbData, ulSize, &data)) != SAR_OK)
         return rv;
@@ -377,10 +366,10 @@ SKF_EXPORT ULONG SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR sz
         return rv;
     QString name;
     QByteArray adminPin, userPin;
-    if (!szAppName || !phApplication)
+    if (!phApplication)
         return SAR_INVALIDPARAMERR;
-    if (!SkfCall::name(szAppName, kNameMax, &name))
-        return SAR_APPLICATION_NAME_INVALID;
+    if ((rv = SkfCall::nameArg(szAppName, kNameMax, SAR_APPLICATION_NAME_INVALID, &name)) != SAR_OK)
+        return rv;
     if ((rv = pinText(szAdminPin, &adminPin)) != SAR_OK || (rv = pinText(szUserPin, &userPin)) != SAR_OK)
         return rv;
     if (!pinLengthOk(adminPin) || !pinLengthOk(userPin))
@@ -427,14 +416,12 @@ SKF_EXPORT ULONG SKF_DeleteApplication(DEVHANDLE hDev, LPSTR szAppName)
 {
     SkfCall call("SKF_DeleteApplication");
     Connection *conn = nullptr;
-    const ULONG rv = call.device(hDev, &conn);
+    ULONG rv = call.device(hDev, &conn);
     if (rv != SAR_OK)
         return rv;
     QString name;
-    if (!szAppName)
-        return SAR_INVALIDPARAMERR;
-    if (!SkfCall::name(szAppName, kNameMax, &name))
-        return SAR_APPLICATION_NOT_EXISTS;
+    if ((rv = SkfCall::nameArg(szAppName, kNameMax, SAR_APPLICATION_NOT_EXISTS, &name)) != SAR_OK)
+        return rv;
     if (!conn->devAuthenticated())
         return TW_ERR_SECURITY_STATE;
     return call.modify(conn, [&](DeviceData &d, bool &persist) -> ULONG {

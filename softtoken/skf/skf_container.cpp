@@ -95,10 +95,18 @@ void *newKeyHandle(Connection *conn, ULONG algId, const QByteArray &key)
     return HandleRegistry::instance().add(std::make_unique<CipherKey>(conn, algId, key));
 }
 
-ULONG requireContainerUser(SkfCall &call, HCONTAINER h, ContainerObject **c)
+// The application and container name given to a call that hands out a
+// container handle; the handle is cleared as soon as it may be written.
+ULONG containerArgs(SkfCall &call, HAPPLICATION hApplication, LPSTR text, HCONTAINER *out, ULONG unusable,
+                    AppObject **app, QString *name)
 {
-    const ULONG rv = call.container(h, c);
-    return rv != SAR_OK ? rv : call.requireUser((*c)->app());
+    const ULONG rv = call.app(hApplication, app);
+    if (rv != SAR_OK)
+        return rv;
+    if (!text || !out)
+        return SAR_INVALIDPARAMERR;
+    *out = nullptr;
+    return SkfCall::nameArg(text, kNameMax, unusable, name);
 }
 
 } // namespace
@@ -107,16 +115,9 @@ SKF_EXPORT ULONG SKF_CreateContainer(HAPPLICATION hApplication, LPSTR szContaine
 {
     SkfCall call("SKF_CreateContainer");
     AppObject *app = nullptr;
-    ULONG rv = call.app(hApplication, &app);
-    if (rv != SAR_OK)
-        return rv;
     QString name;
-    if (!szContainerName || !phContainer)
-        return SAR_INVALIDPARAMERR;
-    *phContainer = nullptr;
-    if (!SkfCall::name(szContainerName, kNameMax, &name))
-        return SAR_NAMELENERR;
-    if ((rv = call.requireUser(app)) != SAR_OK)
+    ULONG rv = containerArgs(call, hApplication, szContainerName, phContainer, SAR_NAMELENERR, &app, &name);
+    if (rv != SAR_OK || (rv = call.requireUser(app)) != SAR_OK)
         return rv;
     rv = call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
         persist = false;
@@ -143,10 +144,8 @@ SKF_EXPORT ULONG SKF_DeleteContainer(HAPPLICATION hApplication, LPSTR szContaine
     if (rv != SAR_OK)
         return rv;
     QString name;
-    if (!szContainerName)
-        return SAR_INVALIDPARAMERR;
-    if (!SkfCall::name(szContainerName, kNameMax, &name))
-        return TW_ERR_CONTAINER_NOT_EXIST;
+    if ((rv = SkfCall::nameArg(szContainerName, kNameMax, TW_ERR_CONTAINER_NOT_EXIST, &name)) != SAR_OK)
+        return rv;
     if ((rv = call.requireUser(app)) != SAR_OK)
         return rv;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
@@ -164,13 +163,9 @@ SKF_EXPORT ULONG SKF_DeleteContainer(HAPPLICATION hApplication, LPSTR szContaine
 SKF_EXPORT ULONG SKF_EnumContainer(HAPPLICATION hApplication, LPSTR szContainerName, ULONG *pulSize)
 {
     SkfCall call("SKF_EnumContainer");
-    AppObject *app = nullptr;
-    ULONG rv = call.app(hApplication, &app);
-    if (rv != SAR_OK)
-        return rv;
-    const DeviceData *d = nullptr;
     const DeviceData::App *a = nullptr;
-    if ((rv = call.appData(app, &d, &a)) != SAR_OK)
+    const ULONG rv = call.appData(hApplication, &a);
+    if (rv != SAR_OK)
         return rv;
     QStringList names;
     for (const DeviceData::Container &c : a->containers)
@@ -182,18 +177,13 @@ SKF_EXPORT ULONG SKF_OpenContainer(HAPPLICATION hApplication, LPSTR szContainerN
 {
     SkfCall call("SKF_OpenContainer");
     AppObject *app = nullptr;
-    ULONG rv = call.app(hApplication, &app);
+    QString name;
+    ULONG rv = containerArgs(call, hApplication, szContainerName, phContainer, TW_ERR_CONTAINER_NOT_EXIST, &app,
+                             &name);
     if (rv != SAR_OK)
         return rv;
-    QString name;
-    if (!szContainerName || !phContainer)
-        return SAR_INVALIDPARAMERR;
-    *phContainer = nullptr;
-    if (!SkfCall::name(szContainerName, kNameMax, &name))
-        return TW_ERR_CONTAINER_NOT_EXIST;
-    const DeviceData *d = nullptr;
     const DeviceData::App *a = nullptr;
-    if ((rv = call.appData(app, &d, &a)) != SAR_OK)
+    if ((rv = call.appData(app, &a)) != SAR_OK)
         return rv;
     if (!a->container(name))
         return TW_ERR_CONTAINER_NOT_EXIST;
@@ -233,7 +223,7 @@ SKF_EXPORT ULONG SKF_ImportCertificate(HCONTAINER hContainer, BOOL bSignFlag, BY
 {
     SkfCall call("SKF_ImportCertificate");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     QByteArray cert;
@@ -279,7 +269,7 @@ SKF_EXPORT ULONG SKF_GenRSAKeyPair(HCONTAINER hContainer, ULONG ulBitsLen, RSAPU
 {
     SkfCall call("SKF_GenRSAKeyPair");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     if (!pBlob)
@@ -305,7 +295,7 @@ SKF_EXPORT ULONG SKF_ImportRSAKeyPair(HCONTAINER hContainer, ULONG ulSymAlgId, B
 {
     SkfCall call("SKF_ImportRSAKeyPair");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     QByteArray encrypted;
@@ -349,7 +339,7 @@ SKF_EXPORT ULONG SKF_RSASignData(HCONTAINER hContainer, BYTE *pbData, ULONG ulDa
 {
     SkfCall call("SKF_RSASignData");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     QByteArray data;
@@ -363,8 +353,8 @@ SKF_EXPORT ULONG SKF_RSASignData(HCONTAINER hContainer, BYTE *pbData, ULONG ulDa
     const ULONG sigLen = ULONG(TokenCrypto::rsaBits(key) / 8);
     if (data.isEmpty() || ulDataLen > sigLen - 11)
         return SAR_INDATALENERR;
-    if (!pbSignature || *pulSignLen < sigLen)
-        return call.fill(QByteArray(int(sigLen), '\0'), pbSignature, pulSignLen); // size only, or too small
+    if (call.sizeFirst(sigLen, pbSignature, pulSignLen, &rv))
+        return rv;
     QByteArray sig;
     if (!TokenCrypto::rsaSignRaw(key, data, &sig))
         return SAR_FAIL;
@@ -398,7 +388,7 @@ SKF_EXPORT ULONG SKF_RSAExportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, R
 {
     SkfCall call("SKF_RSAExportSessionKey");
     ContainerObject *c = nullptr;
-    const ULONG rv = call.container(hContainer, &c);
+    ULONG rv = call.container(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     if (!pPubKey || !pulDataLen || !phSessionKey)
@@ -408,24 +398,22 @@ SKF_EXPORT ULONG SKF_RSAExportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, R
     OwnedKey pub(BlobCodec::rsaKey(pPubKey));
     if (!pub.key)
         return SAR_INVALIDPARAMERR;
-    const ULONG outLen = pPubKey->BitLen / 8;
-    if (!pbData || *pulDataLen < outLen)
-        return call.fill(QByteArray(int(outLen), '\0'), pbData, pulDataLen);
+    if (call.sizeFirst(pPubKey->BitLen / 8, pbData, pulDataLen, &rv))
+        return rv;
     const QByteArray sessionKey = TokenCrypto::random(TokenCrypto::Sm4KeySize);
     QByteArray wrapped;
     if (sessionKey.isEmpty() || !TokenCrypto::rsaEncrypt(pub.key, sessionKey, &wrapped))
         return SAR_RSAENCERR;
-    const ULONG filled = call.fill(wrapped, pbData, pulDataLen);
-    if (filled == SAR_OK)
+    if ((rv = call.fill(wrapped, pbData, pulDataLen)) == SAR_OK)
         *phSessionKey = newKeyHandle(c->connection(), ulAlgId, sessionKey);
-    return filled;
+    return rv;
 }
 
 SKF_EXPORT ULONG SKF_GenECCKeyPair(HCONTAINER hContainer, ULONG ulAlgId, ECCPUBLICKEYBLOB *pBlob)
 {
     SkfCall call("SKF_GenECCKeyPair");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     if (!pBlob)
@@ -450,7 +438,7 @@ SKF_EXPORT ULONG SKF_ImportECCKeyPair(HCONTAINER hContainer, PENVELOPEDKEYBLOB p
 {
     SkfCall call("SKF_ImportECCKeyPair");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     if (!pEnvelopedKeyBlob)
@@ -501,7 +489,7 @@ SKF_EXPORT ULONG SKF_ECCSignData(HCONTAINER hContainer, BYTE *pbData, ULONG ulDa
 {
     SkfCall call("SKF_ECCSignData");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     if (!pbData || !pSignature)
@@ -615,7 +603,7 @@ SKF_EXPORT ULONG SKF_ImportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, BYTE
 {
     SkfCall call("SKF_ImportSessionKey");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     if (!pbWrapedData || !phKey)
@@ -640,7 +628,7 @@ SKF_EXPORT ULONG SKF_ECCPrvKeyDecryptEx(HCONTAINER hContainer, BOOL bSignFlag, P
 {
     SkfCall call("SKF_ECCPrvKeyDecryptEx");
     ContainerObject *c = nullptr;
-    ULONG rv = requireContainerUser(call, hContainer, &c);
+    ULONG rv = call.userContainer(hContainer, &c);
     if (rv != SAR_OK)
         return rv;
     if (!pCipherText || !pulPlainTextLen)

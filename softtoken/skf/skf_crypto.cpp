@@ -54,23 +54,37 @@ const char *digestName(ULONG algId)
     }
 }
 
+// More data into a hash or MAC object.
+ULONG feed(HashObject *hash, const QByteArray &data)
+{
+    return hash->update(data) ? SAR_OK : SAR_HASHERR;
+}
+
+ULONG feed(MacObject *mac, const QByteArray &data)
+{
+    mac->update(data);
+    return SAR_OK;
+}
+
 // Hash of what the object was fed plus more; on a fill the object starts over.
-ULONG digestOut(SkfCall &call, HashObject *hash, const QByteArray &more, BYTE *out, ULONG *outLen)
+ULONG finish(SkfCall &call, HashObject *hash, const QByteArray &more, BYTE *out, ULONG *outLen)
 {
     if (!outLen)
         return SAR_INVALIDPARAMERR;
-    if (!out || *outLen < ULONG(hash->size()))
-        return call.fill(QByteArray(hash->size(), '\0'), out, outLen);
+    ULONG rv = SAR_OK;
+    if (call.sizeFirst(ULONG(hash->size()), out, outLen, &rv))
+        return rv;
     QByteArray value;
     if (!hash->peek(more, &value))
         return SAR_HASHERR;
-    const ULONG rv = call.fill(value, out, outLen);
+    rv = call.fill(value, out, outLen);
     if (rv == SAR_OK)
         hash->reset();
     return rv;
 }
 
-ULONG macOut(SkfCall &call, MacObject *mac, const QByteArray &more, BYTE *out, ULONG *outLen)
+// MAC of what the object was fed plus more; a fill that writes starts it over.
+ULONG finish(SkfCall &call, MacObject *mac, const QByteArray &more, BYTE *out, ULONG *outLen)
 {
     if (!outLen)
         return SAR_INVALIDPARAMERR;
@@ -81,6 +95,25 @@ ULONG macOut(SkfCall &call, MacObject *mac, const QByteArray &more, BYTE *out, U
     if (rv == SAR_OK && out)
         mac->reset();
     return rv;
+}
+
+// One step of a hash or MAC handle: the whole data at once, more data, or
+// the end of what was fed.
+template <class T>
+ULONG streamStep(const char *function, ULONG (SkfCall::*lookup)(HANDLE, T **), CipherKey::Step step, HANDLE handle,
+                 const BYTE *in, ULONG inLen, BYTE *out, ULONG *outLen)
+{
+    SkfCall call(function);
+    T *object = nullptr;
+    ULONG rv = (call.*lookup)(handle, &object);
+    if (rv != SAR_OK)
+        return rv;
+    QByteArray data;
+    if (step != CipherKey::Final && (rv = SkfCall::input(in, inLen, &data)) != SAR_OK)
+        return rv;
+    if (step == CipherKey::Update)
+        return feed(object, data);
+    return finish(call, object, data, out, outLen);
 }
 
 } // namespace
@@ -189,36 +222,19 @@ SKF_EXPORT ULONG SKF_DigestInit(DEVHANDLE hDev, ULONG ulAlgID, ECCPUBLICKEYBLOB 
 
 SKF_EXPORT ULONG SKF_Digest(HANDLE hHash, BYTE *pbData, ULONG ulDataLen, BYTE *pbHashData, ULONG *pulHashLen)
 {
-    SkfCall call("SKF_Digest");
-    HashObject *hash = nullptr;
-    ULONG rv = call.hash(hHash, &hash);
-    if (rv != SAR_OK)
-        return rv;
-    QByteArray data;
-    if ((rv = SkfCall::input(pbData, ulDataLen, &data)) != SAR_OK)
-        return rv;
-    return digestOut(call, hash, data, pbHashData, pulHashLen);
+    return streamStep("SKF_Digest", &SkfCall::hash, CipherKey::Whole, hHash, pbData, ulDataLen, pbHashData,
+                      pulHashLen);
 }
 
 SKF_EXPORT ULONG SKF_DigestUpdate(HANDLE hHash, BYTE *pbData, ULONG ulDataLen)
 {
-    SkfCall call("SKF_DigestUpdate");
-    HashObject *hash = nullptr;
-    ULONG rv = call.hash(hHash, &hash);
-    if (rv != SAR_OK)
-        return rv;
-    QByteArray data;
-    if ((rv = SkfCall::input(pbData, ulDataLen, &data)) != SAR_OK)
-        return rv;
-    return hash->update(data) ? SAR_OK : SAR_HASHERR;
+    return streamStep("SKF_DigestUpdate", &SkfCall::hash, CipherKey::Update, hHash, pbData, ulDataLen, nullptr,
+                      nullptr);
 }
 
 SKF_EXPORT ULONG SKF_DigestFinal(HANDLE hHash, BYTE *pHashData, ULONG *pulHashLen)
 {
-    SkfCall call("SKF_DigestFinal");
-    HashObject *hash = nullptr;
-    const ULONG rv = call.hash(hHash, &hash);
-    return rv != SAR_OK ? rv : digestOut(call, hash, QByteArray(), pHashData, pulHashLen);
+    return streamStep("SKF_DigestFinal", &SkfCall::hash, CipherKey::Final, hHash, nullptr, 0, pHashData, pulHashLen);
 }
 
 SKF_EXPORT ULONG SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM *pMacParam, HANDLE *phMac)
@@ -239,37 +255,17 @@ SKF_EXPORT ULONG SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM *pMacParam, HANDLE *p
 
 SKF_EXPORT ULONG SKF_Mac(HANDLE hMac, BYTE *pbData, ULONG ulDataLen, BYTE *pbMacData, ULONG *pulMacLen)
 {
-    SkfCall call("SKF_Mac");
-    MacObject *mac = nullptr;
-    ULONG rv = call.mac(hMac, &mac);
-    if (rv != SAR_OK)
-        return rv;
-    QByteArray data;
-    if ((rv = SkfCall::input(pbData, ulDataLen, &data)) != SAR_OK)
-        return rv;
-    return macOut(call, mac, data, pbMacData, pulMacLen);
+    return streamStep("SKF_Mac", &SkfCall::mac, CipherKey::Whole, hMac, pbData, ulDataLen, pbMacData, pulMacLen);
 }
 
 SKF_EXPORT ULONG SKF_MacUpdate(HANDLE hMac, BYTE *pbData, ULONG ulDataLen)
 {
-    SkfCall call("SKF_MacUpdate");
-    MacObject *mac = nullptr;
-    ULONG rv = call.mac(hMac, &mac);
-    if (rv != SAR_OK)
-        return rv;
-    QByteArray data;
-    if ((rv = SkfCall::input(pbData, ulDataLen, &data)) != SAR_OK)
-        return rv;
-    mac->update(data);
-    return SAR_OK;
+    return streamStep("SKF_MacUpdate", &SkfCall::mac, CipherKey::Update, hMac, pbData, ulDataLen, nullptr, nullptr);
 }
 
 SKF_EXPORT ULONG SKF_MacFinal(HANDLE hMac, BYTE *pbMacData, ULONG *pulMacDataLen)
 {
-    SkfCall call("SKF_MacFinal");
-    MacObject *mac = nullptr;
-    const ULONG rv = call.mac(hMac, &mac);
-    return rv != SAR_OK ? rv : macOut(call, mac, QByteArray(), pbMacData, pulMacDataLen);
+    return streamStep("SKF_MacFinal", &SkfCall::mac, CipherKey::Final, hMac, nullptr, 0, pbMacData, pulMacDataLen);
 }
 
 SKF_EXPORT ULONG SKF_CloseHandle(HANDLE hHandle)

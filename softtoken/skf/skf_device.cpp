@@ -121,11 +121,9 @@ SKF_EXPORT ULONG SKF_SetLabel(DEVHANDLE hDev, LPSTR szLabel)
     ULONG rv = call.device(hDev, &conn);
     if (rv != SAR_OK)
         return rv;
-    if (!szLabel)
-        return SAR_INVALIDPARAMERR;
     QString label;
-    if (!SkfCall::name(szLabel, 31, &label))
-        return SAR_INDATALENERR;
+    if ((rv = SkfCall::nameArg(szLabel, 31, SAR_INDATALENERR, &label)) != SAR_OK)
+        return rv;
     return call.modify(conn, [&](DeviceData &d, bool &) -> ULONG {
         d.label = label;
         return SAR_OK;

@@ -18,8 +18,8 @@ const ULONG kMaxSeal = 64 * 1024;
 ULONG indexedKey(SkfCall &call, HCONTAINER hContainer, ULONG index, QByteArray *key)
 {
     ContainerObject *c = nullptr;
-    ULONG rv = call.container(hContainer, &c);
-    if (rv != SAR_OK || (rv = call.requireUser(c->app())) != SAR_OK)
+    ULONG rv = call.userContainer(hContainer, &c);
+    if (rv != SAR_OK)
         return rv;
     const DeviceData::App *a = nullptr;
     const DeviceData::Container *data = nullptr;
@@ -64,8 +64,8 @@ SKF_EXPORT ULONG EPS_ImportSymmKey(HCONTAINER hContainer, ULONG ulKeyIndex, BYTE
 {
     SkfCall call("EPS_ImportSymmKey");
     ContainerObject *c = nullptr;
-    ULONG rv = call.container(hContainer, &c);
-    if (rv != SAR_OK || (rv = call.requireUser(c->app())) != SAR_OK)
+    ULONG rv = call.userContainer(hContainer, &c);
+    if (rv != SAR_OK)
         return rv;
     if (!pbEncData)
         return SAR_INVALIDPARAMERR;
@@ -127,13 +127,9 @@ SKF_EXPORT ULONG EPS_Mac(HCONTAINER hContainer, ULONG ulKeyIndex, ULONG ulKeyAlg
 SKF_EXPORT ULONG EPS_ReadESealData(HAPPLICATION hApplication, ULONG, ULONG, BYTE *pbData, ULONG *pulDataLen, ULONG)
 {
     SkfCall call("EPS_ReadESealData");
-    AppObject *app = nullptr;
-    ULONG rv = call.app(hApplication, &app);
-    if (rv != SAR_OK)
-        return rv;
-    const DeviceData *d = nullptr;
     const DeviceData::App *a = nullptr;
-    if ((rv = call.appData(app, &d, &a)) != SAR_OK)
+    const ULONG rv = call.appData(hApplication, &a);
+    if (rv != SAR_OK)
         return rv;
     return call.fill(a->sealData, pbData, pulDataLen);
 }

@@ -259,6 +259,13 @@ bool SkfCall::name(const char *text, int maxBytes, QString *out)
     return true;
 }
 
+ULONG SkfCall::nameArg(const char *text, int maxBytes, ULONG unusable, QString *out)
+{
+    if (!text)
+        return SAR_INVALIDPARAMERR;
+    return name(text, maxBytes, out) ? ULONG(SAR_OK) : unusable;
+}
+
 QByteArray SkfCall::multiString(const QStringList &names)
 {
     QByteArray out;

@@ -77,6 +77,9 @@ public:
     static ULONG input(const BYTE *data, ULONG len, QByteArray *out);
     // A NUL-terminated name of at most maxBytes.
     static bool name(const char *text, int maxBytes, QString *out);
+    // name() of an argument: missing is a parameter error, unusable gives
+    // the call's own code.
+    static ULONG nameArg(const char *text, int maxBytes, ULONG unusable, QString *out);
     static QByteArray multiString(const QStringList &names);
 
 private:
