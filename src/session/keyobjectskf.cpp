@@ -3,7 +3,9 @@
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
+#include <QtGlobal>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -28,9 +30,20 @@ const char kNameInvalid[] = " end,parameter invalid ";
 const char kDataInvalid[] = " end. parameter invalid";
 const char kContainerNameEmpty[] = " end. containerName is empty.";
 const char kContainerIsNull[] = " end. container = null";
-// Largest buffer the session hands to the library, and the most of the
-// device-state file it reads.
+const char kKeyDriverIsNull[] = " end . keyDriver is null";
+const char kHKeyIsNull[] = " end . hKey is null";
+const char kVerifyInvalid[] = " start.parameter invalid";
+// Largest buffer the session builds for a size that the token or the host
+// declared, and the most of the device-state file it reads; anything above
+// is a broken size, not data.
 const ULONG kMaxBuffer = 1u << 28;
+
+// The user id that the compact SM2 operations always hash with.
+const char kDefaultUserId[] = "1234567812345678";
+
+// PKCS#1 v1.5 DigestInfo prefix of SHA-1.
+const char kSha1DigestInfoPrefix[] = "\x30\x21\x30\x09\x06\x05\x2B\x0E\x03\x02\x1A\x05\x00\x04\x14";
+const int kSha1DigestInfoPrefixSize = 15;
 
 // Fixed-size text fields of DEVINFO are NUL-padded, not always ended.
 QString fieldText(const char *field, size_t size)
@@ -60,12 +73,31 @@ ULONG pinType(bool isAdmin)
     return isAdmin ? ADMIN_TYPE : USER_TYPE;
 }
 
+// Input bytes for the library. SKF takes non-const pointers for data it
+// only reads.
+BYTE *inBytes(const QByteArray &data)
+{
+    return reinterpret_cast<BYTE *>(const_cast<char *>(data.constData()));
+}
+
+BYTE *outBytes(QByteArray &buffer)
+{
+    return reinterpret_cast<BYTE *>(buffer.data());
+}
+
+// The first `length` bytes that the library wrote, never more than the
+// buffer holds.
+QByteArray written(const QByteArray &buffer, quint64 length)
+{
+    return buffer.left(int(qMin<quint64>(length, quint64(buffer.size()))));
+}
+
 // A file or container list: names ended by NUL, the first empty name ends
 // the list, and a last name without its NUL still counts.
 QStringList splitNames(const QByteArray &buffer, ULONG size)
 {
     QStringList names;
-    QByteArray rest = buffer.left(int(qMin<quint64>(size, quint64(buffer.size()))));
+    QByteArray rest = written(buffer, size);
     while (!rest.isEmpty()) {
         const int end = rest.indexOf('\0');
         const QByteArray name = end < 0 ? rest : rest.left(end);
@@ -86,6 +118,75 @@ bool allocate(QByteArray &buffer, ULONG size, ULONG extra)
         return false;
     buffer = QByteArray(int(size + extra), '\0');
     return true;
+}
+
+// `data` when it holds at least `size` bytes, else a copy zero-padded to
+// `size`: the library reads a whole structure and must never read past
+// what the host gave.
+QByteArray padded(const QByteArray &data, int size)
+{
+    if (data.size() >= size)
+        return data;
+    QByteArray whole(size, '\0');
+    std::memcpy(whole.data(), data.constData(), size_t(data.size()));
+    return whole;
+}
+
+// The same for a length the host declared beside its array. False when
+// that length is too large to stand for real data.
+bool declared(const QByteArray &data, ULONG length, QByteArray *out)
+{
+    if (length > kMaxBuffer)
+        return false;
+    *out = padded(data, int(length));
+    return true;
+}
+
+// An ENVELOPEDKEYBLOB as the library reads it: the structure and the
+// CipherLen bytes of its cipher tail, zero-padded where the host's bytes
+// end. A tail length past any real key is left to the library.
+QByteArray envelope(const QByteArray &blob)
+{
+    const int cipherAt = int(offsetof(ENVELOPEDKEYBLOB, ECCCipherBlob) + offsetof(ECCCIPHERBLOB, Cipher));
+    const int cipherLenAt = cipherAt - int(sizeof(ULONG));
+    ULONG cipherLen = 0;
+    if (blob.size() >= cipherAt)
+        std::memcpy(&cipherLen, blob.constData() + cipherLenAt, sizeof(cipherLen));
+    int whole = int(sizeof(ENVELOPEDKEYBLOB));
+    if (cipherLen <= kMaxBuffer)
+        whole = qMax(whole, cipherAt + int(cipherLen));
+    return padded(blob, whole);
+}
+
+// Hash length by algorithm: the token's report counts only for
+// algorithms the session doesn't know.
+ULONG hashSize(quint64 algId, ULONG reported)
+{
+    switch (algId) {
+    case SGD_SM3:
+    case SGD_SHA256:
+        return 32;
+    case SGD_SHA1:
+        return 20;
+    default:
+        return reported;
+    }
+}
+
+// A BLOCKCIPHERPARAM from the host's bytes; a shorter array leaves the
+// rest zero.
+BLOCKCIPHERPARAM cipherParam(const QByteArray &data)
+{
+    BLOCKCIPHERPARAM param;
+    std::memset(&param, 0, sizeof(param));
+    std::memcpy(&param, data.constData(), size_t(qMin<int>(data.size(), int(sizeof(param)))));
+    return param;
+}
+
+// Puts up to `room` bytes of `piece` at `pos` of a fixed-size blob.
+void place(QByteArray &blob, int pos, const QByteArray &piece, int room)
+{
+    std::memcpy(blob.data() + pos, piece.constData(), size_t(qMin(piece.size(), room)));
 }
 
 // Six random bytes: the cheapest question a token must answer.
@@ -139,6 +240,98 @@ KeyObjectSKF::~KeyObjectSKF()
 void KeyObjectSKF::PrintError(unsigned int ret, char *msg)
 {
     SkfResult::print(kPrintTag, ret, msg);
+}
+
+// ---------------------------------------------------------------------------
+// Electronic seal: the library's optional EPS_ functions. The seal data is
+// opaque here; a library without a function fails that operation alone.
+
+bool KeyObjectSKF::epsImportSymmKey(Qt::HANDLE container, quint64 ulKeyIndex, QByteArray szEncData,
+                                    quint64 ulEncDataLen, quint64 ulFlags)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull},
+                    {keyDriver && !keyDriver->pEPS_ImportSymmKey, SAR_INVALIDHANDLEERR,
+                     " end . pEPS_ImportSymmKey is null"}))
+        return false;
+
+    TW_LOG(" ESP_ImportSymmKey");
+    const ULONG length = ULONG(ulEncDataLen);
+    QByteArray encData;
+    ULONG ret = SAR_MEMORYERR;
+    if (declared(szEncData, length, &encData))
+        ret = keyDriver->pEPS_ImportSymmKey(container, ULONG(ulKeyIndex), inBytes(encData), length, ULONG(ulFlags));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " ESP_ImportSymmKey failed.ret = %d");
+        TW_LOG(" end.");
+        return false;
+    }
+    TW_LOG(" end.");
+    return true;
+}
+
+QByteArray KeyObjectSKF::epsReadESealData(quint64 ulKeyIndex, quint64 ulKeyAlgId, quint64 ulFlags)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {keyDriver && !keyDriver->pEPS_ReadESealData, SAR_INVALIDHANDLEERR,
+                     " end . pEPS_ReadESealData is null"}))
+        return QByteArray();
+
+    ULONG ulOutSize = 0;
+    TW_LOG(" ESP_ReadESealData A");
+    ULONG ret = keyDriver->pEPS_ReadESealData(app, ULONG(ulKeyIndex), ULONG(ulKeyAlgId), nullptr, &ulOutSize,
+                                              ULONG(ulFlags));
+    TW_LOGF("ulOutSize: %d", int(ulOutSize));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_GetFileInfo failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
+        return QByteArray();
+    }
+    // An empty seal is no failure.
+    if (ulOutSize == 0) {
+        TW_LOG(" end . ulOutSize is 0");
+        return QByteArray();
+    }
+
+    QByteArray buffer;
+    ret = SAR_MEMORYERR;
+    if (allocate(buffer, ulOutSize, 1)) {
+        TW_LOG(" ESP_ReadESealData B");
+        ret = keyDriver->pEPS_ReadESealData(app, ULONG(ulKeyIndex), ULONG(ulKeyAlgId), outBytes(buffer), &ulOutSize,
+                                            ULONG(ulFlags));
+    }
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ReadFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
+        return QByteArray();
+    }
+    const QByteArray seal = written(buffer, ulOutSize);
+    TW_LOG(" end.");
+    return seal;
+}
+
+bool KeyObjectSKF::epsWriteESealData(QByteArray szData, quint64 ulDataSize, quint64 ulFlags)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {szData.isEmpty(), SAR_INDATALENERR, " end. szData invalid"},
+                    {keyDriver && !keyDriver->pEPS_WriteESealData, SAR_INVALIDHANDLEERR,
+                     " end . pEPS_WriteESealData is null"}))
+        return false;
+
+    TW_LOG(" ESP_WriteESealData");
+    const ULONG size = ULONG(ulDataSize);
+    QByteArray data;
+    ULONG ret = SAR_MEMORYERR;
+    if (declared(szData, size, &data))
+        ret = keyDriver->pEPS_WriteESealData(app, inBytes(data), size, ULONG(ulFlags));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " ESP_WriteESealData failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose,
+                   false);
+        return false;
+    }
+    TW_LOG(" end.");
+    return true;
 }
 
 // ---------------------------------------------------------------------------
@@ -733,14 +926,14 @@ QByteArray KeyObjectSKF::readFile(QString fileName, quint64 ulOffset, quint64 ul
     ULONG outLength = attributes.FileSize;
     ret = allocate(buffer, attributes.FileSize, 1)
               ? keyDriver->pSKF_ReadFile(app, fileName.toUtf8().data(), ULONG(ulOffset), attributes.FileSize,
-                                         reinterpret_cast<BYTE *>(buffer.data()), &outLength)
+                                         outBytes(buffer), &outLength)
               : ULONG(SAR_MEMORYERR);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_ReadFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
         return QByteArray();
     }
     TW_LOG(" end");
-    return buffer.left(int(qMin(outLength, attributes.FileSize)));
+    return written(buffer, qMin(outLength, attributes.FileSize));
 }
 
 bool KeyObjectSKF::writeFile(QString fileName, quint64 offset, QByteArray data)
@@ -751,7 +944,7 @@ bool KeyObjectSKF::writeFile(QString fileName, quint64 offset, QByteArray data)
                     {data.isEmpty(), SAR_INDATALENERR, kDataInvalid}))
         return false;
     const ULONG ret = keyDriver->pSKF_WriteFile(app, fileName.toUtf8().data(), ULONG(offset),
-                                                reinterpret_cast<BYTE *>(data.data()), ULONG(data.size()));
+                                                inBytes(data), ULONG(data.size()));
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_WriteFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
         return false;
@@ -812,7 +1005,7 @@ bool KeyObjectSKF::writeFileV1(QString fileName, QByteArray data)
         return false;
     }
 
-    ret = keyDriver->pSKF_WriteFile(app, name.data(), 0, reinterpret_cast<BYTE *>(data.data()), length);
+    ret = keyDriver->pSKF_WriteFile(app, name.data(), 0, inBytes(data), length);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_WriteFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
         return false;
@@ -949,7 +1142,7 @@ bool KeyObjectSKF::ImportCertificate(Qt::HANDLE container, bool signFlag, QByteA
         return false;
     // An empty certificate is the library's to refuse.
     const ULONG ret = keyDriver->pSKF_ImportCertificate(container, signFlag ? TRUE : FALSE,
-                                                        reinterpret_cast<BYTE *>(cert.data()), ULONG(cert.size()));
+                                                        inBytes(cert), ULONG(cert.size()));
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_ImportCertificate failed.ret = %d");
         return false;
@@ -972,7 +1165,7 @@ QByteArray KeyObjectSKF::exportCertificate(Qt::HANDLE container, bool signFlag)
     }
     QByteArray buffer;
     ret = allocate(buffer, length, 0) ? keyDriver->pSKF_ExportCertificate(container, signFlag ? TRUE : FALSE,
-                                                                          reinterpret_cast<BYTE *>(buffer.data()),
+                                                                          outBytes(buffer),
                                                                           &length)
                                       : ULONG(SAR_MEMORYERR);
     if (ret != SAR_OK) {
@@ -980,7 +1173,7 @@ QByteArray KeyObjectSKF::exportCertificate(Qt::HANDLE container, bool signFlag)
         return QByteArray();
     }
     TW_LOG(" end");
-    return buffer.left(int(qMin<quint64>(length, quint64(buffer.size()))));
+    return written(buffer, length);
 }
 
 QStringList KeyObjectSKF::exportAllCertificate(bool signFlag)
@@ -1006,4 +1199,595 @@ QStringList KeyObjectSKF::exportAllCertificate(bool signFlag)
     }
     TW_LOG(" end");
     return certLst;
+}
+
+// ---------------------------------------------------------------------------
+// Keys, signatures, digests and ciphers. Every byte goes to the token and
+// back as it stands; the session only checks, sizes buffers and reports.
+
+QByteArray KeyObjectSKF::genRSAKeyPair(Qt::HANDLE container, quint64 algId)
+{
+    TW_LOG(" start");
+    // Failures give an empty array that is not null.
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull}))
+        return QByteArray("");
+
+    TW_LOG(" SKF_GenRSAKeyPair");
+    RSAPUBLICKEYBLOB blob;
+    std::memset(&blob, 0, sizeof(blob));
+    // algId carries the key length in bits, which is what the token takes.
+    const ULONG ret = keyDriver->pSKF_GenRSAKeyPair(container, ULONG(algId), &blob);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_GenRSAKeyPair failed.ret = %d");
+        TW_LOG(" end.");
+        return QByteArray("");
+    }
+    TW_LOG(" end.");
+    return QByteArray(reinterpret_cast<const char *>(&blob), SKF_RSAPUBLICKEYBLOB_SIZE);
+}
+
+bool KeyObjectSKF::importRSAKeyPair(Qt::HANDLE container, quint64 symAlgId, QByteArray wrappedKey,
+                                    QByteArray encryptedData)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull},
+                    {wrappedKey.isEmpty() || encryptedData.isEmpty(), SAR_INDATALENERR, nullptr}))
+        return false;
+
+    TW_LOG(" SKF_ImportRSAKeyPair");
+    const ULONG ret = keyDriver->pSKF_ImportRSAKeyPair(container, ULONG(symAlgId), inBytes(wrappedKey),
+                                                       ULONG(wrappedKey.size()), inBytes(encryptedData),
+                                                       ULONG(encryptedData.size()));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ImportRSAKeyPair failed.ret = %d");
+        TW_LOG(" end.");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+QByteArray KeyObjectSKF::rsaSignData(Qt::HANDLE container, QByteArray data)
+{
+    TW_LOG(" start");
+    // Empty data logs the container text too: kept as hosts know it.
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull},
+                    {data.isEmpty(), SAR_INDATALENERR, kContainerIsNull}))
+        return QByteArray();
+
+    TW_LOG(" SKF_rsaSignData");
+    ULONG length = 0;
+    ULONG ret = keyDriver->pSKF_RSASignData(container, inBytes(data), ULONG(data.size()), nullptr, &length);
+    QByteArray buffer;
+    if (ret == SAR_OK) {
+        ret = SAR_MEMORYERR;
+        if (allocate(buffer, length, 1))
+            ret = keyDriver->pSKF_RSASignData(container, inBytes(data), ULONG(data.size()), outBytes(buffer),
+                                              &length);
+    }
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " pSKF_RSASignData failed.ret = %d");
+        TW_LOG(" end");
+        return QByteArray();
+    }
+    TW_LOG(" end");
+    return written(buffer, length);
+}
+
+bool KeyObjectSKF::rsaVerify(QByteArray pubkeyBlob, QByteArray data, QByteArray signature)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull},
+                    {pubkeyBlob.isEmpty() || data.isEmpty() || signature.isEmpty(), SAR_INDATALENERR, kVerifyInvalid}))
+        return false;
+
+    TW_LOG(" SKF_pSKF_RSASignData");
+    TW_LOG(QStringLiteral(" dataLen: ") + QString::number(data.size()));
+    TW_LOG(QStringLiteral(" signatureLen: ") + QString::number(signature.size()));
+    QByteArray blob = padded(pubkeyBlob, SKF_RSAPUBLICKEYBLOB_SIZE);
+    const ULONG ret = keyDriver->pSKF_RSAVerify(dev, reinterpret_cast<RSAPUBLICKEYBLOB *>(inBytes(blob)),
+                                                inBytes(data), ULONG(data.size()), inBytes(signature),
+                                                ULONG(signature.size()));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " pSKF_RSAVerify failed.ret = %d");
+        TW_LOG(" end");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+QByteArray KeyObjectSKF::genECCKeyPair(Qt::HANDLE container, quint64 algId)
+{
+    TW_LOG(" start");
+    // Failures give an empty array that is not null.
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull}))
+        return QByteArray("");
+
+    TW_LOG(" SKF_GenECCKeyPair");
+    ECCPUBLICKEYBLOB blob;
+    std::memset(&blob, 0, sizeof(blob));
+    const ULONG ret = keyDriver->pSKF_GenECCKeyPair(container, ULONG(algId), &blob);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_GenECCKeyPair failed.ret = %d");
+        TW_LOG(" end.");
+        return QByteArray("");
+    }
+    TW_LOG(" end.");
+    return QByteArray(reinterpret_cast<const char *>(&blob), SKF_ECCPUBLICKEYBLOB_SIZE);
+}
+
+bool KeyObjectSKF::importECCKeyPair(Qt::HANDLE container, QByteArray envelopedKeyBlob)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull},
+                    {envelopedKeyBlob.isEmpty(), SAR_INDATALENERR, nullptr}))
+        return false;
+
+    TW_LOG(" SKF_ImportECCKeyPair");
+    // The call has no length: a short blob reaches the token zero-padded.
+    QByteArray blob = envelope(envelopedKeyBlob);
+    const ULONG ret = keyDriver->pSKF_ImportECCKeyPair(container, reinterpret_cast<PENVELOPEDKEYBLOB>(inBytes(blob)));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ImportECCKeyPair failed.ret = %d");
+        TW_LOG(" end.");
+        return false;
+    }
+    TW_LOG(" end.");
+    return true;
+}
+
+QByteArray KeyObjectSKF::eccSignData(Qt::HANDLE container, QByteArray data)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull},
+                    {data.isEmpty(), SAR_INDATALENERR, nullptr}))
+        return QByteArray();
+
+    TW_LOG(" SKF_ECCSignData");
+    ECCSIGNATUREBLOB blob;
+    std::memset(&blob, 0, sizeof(blob));
+    const ULONG ret = keyDriver->pSKF_ECCSignData(container, inBytes(data), ULONG(data.size()), &blob);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ECCSignData failed.ret = %d");
+        TW_LOG(" end");
+        return QByteArray();
+    }
+    TW_LOG(" end");
+    return QByteArray(reinterpret_cast<const char *>(&blob), SKF_ECCSIGNATUREBLOB_SIZE);
+}
+
+bool KeyObjectSKF::eccVerify(QByteArray pubkeyBlob, QByteArray data, QByteArray signature)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull},
+                    {pubkeyBlob.isEmpty() || data.isEmpty() || signature.isEmpty(), SAR_INDATALENERR, kVerifyInvalid}))
+        return false;
+
+    TW_LOG(" SKF_ECCVerify");
+    // Whole structures only: a compact signature reaches the token as a
+    // zero-padded blob, never as a read past the host's bytes.
+    QByteArray key = padded(pubkeyBlob, SKF_ECCPUBLICKEYBLOB_SIZE);
+    QByteArray blob = padded(signature, SKF_ECCSIGNATUREBLOB_SIZE);
+    const ULONG ret = keyDriver->pSKF_ECCVerify(dev, reinterpret_cast<ECCPUBLICKEYBLOB *>(inBytes(key)),
+                                                inBytes(data), ULONG(data.size()),
+                                                reinterpret_cast<PECCSIGNATUREBLOB>(inBytes(blob)));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ECCVerify failed.ret = %d");
+        TW_LOG(" end");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+Qt::HANDLE KeyObjectSKF::importSessionKey(Qt::HANDLE container, quint64 ulAlgID, QByteArray wrapedData,
+                                          quint64 wrapedDataLen)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull},
+                    {!container, SAR_INDATALENERR, kContainerIsNull}))
+        return nullptr;
+
+    TW_LOG(" SKF_ImportSessionKey");
+    // The token gets the declared length, not the array's.
+    const ULONG length = ULONG(wrapedDataLen);
+    QByteArray wrapped;
+    HANDLE hKey = nullptr;
+    ULONG ret = SAR_MEMORYERR;
+    if (declared(wrapedData, length, &wrapped))
+        ret = keyDriver->pSKF_ImportSessionKey(container, ULONG(ulAlgID), inBytes(wrapped), length, &hKey);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ImportSessionKey failded.ret = %d.");
+        TW_LOG(" end");
+        return nullptr;
+    }
+    TW_LOG(" end");
+    return hKey;
+}
+
+bool KeyObjectSKF::encryptInit(Qt::HANDLE hKey, QByteArray encryptParamData)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!keyDriver, SAR_USER_NOT_LOGGED_IN, kKeyDriverIsNull},
+                    {!hKey, SAR_INVALIDHANDLEERR, kHKeyIsNull},
+                    {encryptParamData.isEmpty(), SAR_INDATALENERR, " end. encryptParamData is empty"}))
+        return false;
+
+    TW_LOG(" SKF_EncryptInit");
+    const ULONG ret = keyDriver->pSKF_EncryptInit(hKey, cipherParam(encryptParamData));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_EncryptInit failded.ret = %d.");
+        TW_LOG(" end");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+QByteArray KeyObjectSKF::encrypt(Qt::HANDLE hKey, QByteArray data, quint64 dataLen)
+{
+    // The array's length is what the token gets; dataLen stays in the
+    // interface only.
+    Q_UNUSED(dataLen);
+    TW_LOG(" start");
+    if (SKF_REFUSED({!keyDriver, SAR_USER_NOT_LOGGED_IN, kKeyDriverIsNull},
+                    {!hKey, SAR_INVALIDHANDLEERR, kHKeyIsNull},
+                    {data.isEmpty(), SAR_INDATALENERR, " end. data is empty"}))
+        return QByteArray();
+
+    ULONG ulEncryptedLen = 0;
+    TW_LOG(" SKF_Encrypt A");
+    ULONG ret = keyDriver->pSKF_Encrypt(hKey, inBytes(data), ULONG(data.size()), nullptr, &ulEncryptedLen);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_Encrypt failded.ret = %d.");
+        return QByteArray();
+    }
+    TW_LOG(QStringLiteral(" ulEncryptedLen: ") + QString::number(ulEncryptedLen));
+
+    QByteArray buffer;
+    ret = SAR_MEMORYERR;
+    if (allocate(buffer, ulEncryptedLen, 1)) {
+        TW_LOG(" SKF_Encrypt B");
+        ret = keyDriver->pSKF_Encrypt(hKey, inBytes(data), ULONG(data.size()), outBytes(buffer), &ulEncryptedLen);
+    }
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_Encrypt failded.ret = %d.");
+        return QByteArray();
+    }
+    const QByteArray encrypted = written(buffer, ulEncryptedLen);
+    TW_LOG(" end");
+    return encrypted;
+}
+
+bool KeyObjectSKF::decryptInit(Qt::HANDLE hKey, QByteArray decryptParamData)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!keyDriver, SAR_USER_NOT_LOGGED_IN, kKeyDriverIsNull},
+                    {!hKey, SAR_INVALIDHANDLEERR, kHKeyIsNull},
+                    {decryptParamData.isEmpty(), SAR_INDATALENERR, " end. decryptParamData is empty"}))
+        return false;
+
+    TW_LOG(" SKF_DecryptInit");
+    const ULONG ret = keyDriver->pSKF_DecryptInit(hKey, cipherParam(decryptParamData));
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_DecryptInit failded.ret = %d.");
+        TW_LOG(" end");
+        return false;
+    }
+    TW_LOG(" end");
+    return true;
+}
+
+QByteArray KeyObjectSKF::decrypt(Qt::HANDLE hKey, QByteArray encryptedData, quint64 encryptedDataLen)
+{
+    Q_UNUSED(encryptedDataLen);
+    TW_LOG(" start");
+    if (SKF_REFUSED({!keyDriver, SAR_USER_NOT_LOGGED_IN, kKeyDriverIsNull},
+                    {!hKey, SAR_INVALIDHANDLEERR, kHKeyIsNull},
+                    {encryptedData.isEmpty(), SAR_INDATALENERR, " end. data is empty"}))
+        return QByteArray();
+
+    // The failure words of the two calls are the ones hosts have always
+    // seen, whatever they name.
+    ULONG ulDecryptedLen = 0;
+    TW_LOG(" SKF_Decrypt A");
+    ULONG ret = keyDriver->pSKF_Decrypt(hKey, inBytes(encryptedData), ULONG(encryptedData.size()), nullptr,
+                                        &ulDecryptedLen);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_Encrypt failded.ret = %d.");
+        return QByteArray();
+    }
+    TW_LOG(QStringLiteral(" ulDecryptedLen: ") + QString::number(ulDecryptedLen));
+
+    QByteArray buffer;
+    ret = SAR_MEMORYERR;
+    if (allocate(buffer, ulDecryptedLen, 1)) {
+        TW_LOG(" SKF_Decrypt B");
+        ret = keyDriver->pSKF_Decrypt(hKey, inBytes(encryptedData), ULONG(encryptedData.size()), outBytes(buffer),
+                                      &ulDecryptedLen);
+    }
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_Digest failded.ret = %d.");
+        return QByteArray();
+    }
+    const QByteArray plain = written(buffer, ulDecryptedLen);
+    TW_LOG(" end");
+    return plain;
+}
+
+QByteArray KeyObjectSKF::rsaSimpleSign(Qt::HANDLE container, QByteArray data, quint64 digestAlgID)
+{
+    // Offered by name only: RSA signing goes through rsaSignData.
+    Q_UNUSED(container);
+    Q_UNUSED(data);
+    Q_UNUSED(digestAlgID);
+    TW_LOG(" start");
+    TW_LOG(" end");
+    return QByteArray();
+}
+
+QByteArray KeyObjectSKF::eccSimpleSign(Qt::HANDLE container, QByteArray data, bool usedPubkeyDigest)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, kAppIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull}))
+        return QByteArray();
+
+    // Through the virtual operations, so that a subclass's overrides count.
+    QByteArray pubkey;
+    if (usedPubkeyDigest) {
+        pubkey = exportPublicKey(container, true);
+        if (pubkey.isEmpty()) {
+            TW_LOG("end.exportPublicKey failed.");
+            return QByteArray();
+        }
+    }
+    Qt::HANDLE hash = digestInit(SGD_SM3, pubkey, QString::fromLatin1(kDefaultUserId));
+    if (!hash) {
+        TW_LOG("end. digestInit failed.");
+        return QByteArray();
+    }
+    const QByteArray hashValue = digest(hash, data);
+    if (hashValue.isEmpty()) {
+        TW_LOG("end. digest failed.");
+        return QByteArray();
+    }
+    const QByteArray signature = eccSignData(container, hashValue);
+
+    // r and s stand right-aligned in their 64-byte fields. A failed
+    // signature replaces with nothing and leaves 32 zero bytes: callers
+    // tell failure by the length, with the token's code as last error.
+    QByteArray compact(64, '\0');
+    compact.replace(0, 32, signature.mid(32, 32));
+    compact.replace(32, 32, signature.right(32));
+    TW_LOG(" end.");
+    return compact;
+}
+
+bool KeyObjectSKF::eccSimpleVerify(Qt::HANDLE container, QByteArray data, QByteArray signature,
+                                   bool usedPubkeyDigest)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, " end . container is null"}))
+        return false;
+
+    QByteArray pubkey;
+    if (usedPubkeyDigest) {
+        pubkey = exportPublicKey(container, true);
+        if (pubkey.isEmpty()) {
+            TW_LOG("end.exportPublicKey failed.");
+            return false;
+        }
+    }
+    Qt::HANDLE hash = digestInit(SGD_SM3, pubkey, QString::fromLatin1(kDefaultUserId));
+    if (!hash) {
+        TW_LOG("end.digestInit failed.");
+        return false;
+    }
+    const QByteArray hashValue = digest(hash, data);
+    if (hashValue.isEmpty()) {
+        TW_LOG("end.digest failed.");
+        return false;
+    }
+
+    // Compact r||s back into the token's blob; a short signature fills
+    // only what it has.
+    QByteArray blob(SKF_ECCSIGNATUREBLOB_SIZE, '\0');
+    place(blob, 32, signature.left(32), 32);
+    place(blob, 96, signature.right(32), 32);
+    TW_LOG(" end");
+    return eccVerify(pubkey, hashValue, blob);
+}
+
+Qt::HANDLE KeyObjectSKF::digestInit(quint64 ulAlgID, QByteArray pubkeyBlob, QString id)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull}))
+        return nullptr;
+
+    // No key: a null pointer. A short key reaches the token zero-padded.
+    QByteArray key;
+    ECCPUBLICKEYBLOB *pubkey = nullptr;
+    if (!pubkeyBlob.isEmpty()) {
+        key = padded(pubkeyBlob, SKF_ECCPUBLICKEYBLOB_SIZE);
+        pubkey = reinterpret_cast<ECCPUBLICKEYBLOB *>(inBytes(key));
+    }
+    // An empty id is a valid pointer to an empty string, length 0.
+    const QByteArray idBytes = id.toUtf8();
+    HANDLE hash = nullptr;
+    const ULONG ret = keyDriver->pSKF_DigestInit(dev, ULONG(ulAlgID), pubkey, inBytes(idBytes),
+                                                 ULONG(idBytes.size()), &hash);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_DigestInit failded.ret = %d.");
+        TW_LOG(" end");
+        return nullptr;
+    }
+    m_AlgID = ulAlgID;
+    TW_LOG(QStringLiteral(" m_AlgID: ") + QString::number(m_AlgID));
+    return hash;
+}
+
+QByteArray KeyObjectSKF::digest(Qt::HANDLE hash, QByteArray data)
+{
+    TW_LOG(" start");
+    if (SKF_REFUSED({!hash || !keyDriver, SAR_USER_NOT_LOGGED_IN, " end . hash is null"},
+                    {data.isEmpty(), SAR_INDATALENERR, " end.parameter invalidate"}))
+        return QByteArray();
+
+    ULONG ulHashLen = 0;
+    ULONG ret = keyDriver->pSKF_Digest(hash, inBytes(data), ULONG(data.size()), nullptr, &ulHashLen);
+    QByteArray buffer;
+    if (ret == SAR_OK) {
+        TW_LOG(QStringLiteral(" ulHashLen(1): ") + QString::number(ulHashLen));
+        TW_LOG(QStringLiteral(" m_AlgID: ") + QString::number(m_AlgID));
+        // The algorithm, not the token's report, sizes a known hash.
+        ulHashLen = hashSize(m_AlgID, ulHashLen);
+        ret = SAR_MEMORYERR;
+        if (allocate(buffer, ulHashLen, 1)) {
+            TW_LOG(" 1");
+            ret = keyDriver->pSKF_Digest(hash, inBytes(data), ULONG(data.size()), outBytes(buffer), &ulHashLen);
+        }
+    }
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_Digest failded.ret = %d.");
+        return QByteArray();
+    }
+    TW_LOG(QStringLiteral(" ulHashLen(2): ") + QString::number(ulHashLen));
+    const QByteArray hashValue = written(buffer, hashSize(m_AlgID, ulHashLen));
+    TW_LOG(" 2");
+    TW_LOG(" end");
+    return hashValue;
+}
+
+QByteArray KeyObjectSKF::digestV1(Qt::HANDLE hash, QByteArray data)
+{
+    TW_LOG(" start");
+    const QByteArray hashValue = digest(hash, data);
+    TW_LOG(" end");
+    return hashValue;
+}
+
+// Multi-part hashing is not offered: hosts use digest.
+bool KeyObjectSKF::digestUpdate(Qt::HANDLE hash, QByteArray data)
+{
+    Q_UNUSED(hash);
+    Q_UNUSED(data);
+    TW_LOG(" start");
+    TW_LOG(" end");
+    return false;
+}
+
+QByteArray KeyObjectSKF::digestFinal(Qt::HANDLE hash)
+{
+    Q_UNUSED(hash);
+    TW_LOG(" start");
+    TW_LOG(" end");
+    return QByteArray();
+}
+
+QByteArray KeyObjectSKF::exportPublicKey(Qt::HANDLE container, bool bSignFlag)
+{
+    TW_LOG(" start");
+    // A null container records SAR_INDATALENERR here, unlike its siblings.
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull},
+                    {!container, SAR_INDATALENERR, kContainerIsNull}))
+        return QByteArray();
+
+    TW_LOG(" SKF_ExportPublicKey");
+    ULONG length = 0;
+    ULONG ret = keyDriver->pSKF_ExportPublicKey(container, bSignFlag, nullptr, &length);
+    QByteArray buffer;
+    if (ret == SAR_OK) {
+        ret = SAR_MEMORYERR;
+        if (allocate(buffer, length, 1))
+            ret = keyDriver->pSKF_ExportPublicKey(container, bSignFlag, outBytes(buffer), &length);
+    }
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_ExportPublicKey failed.ret = %d");
+        TW_LOG(" end");
+        return QByteArray();
+    }
+    TW_LOG(" end");
+    return written(buffer, length);
+}
+
+void KeyObjectSKF::closeHandle(Qt::HANDLE handle)
+{
+    TW_LOG(" start");
+    if (!keyDriver || !handle) {
+        TW_LOG(" end. keyDriver = null or handle = null");
+        return;
+    }
+    TW_LOG(" SKF_CloseHandle");
+    // A handle the token refuses is no failure of the host's.
+    keyDriver->pSKF_CloseHandle(handle);
+    TW_LOG(" end");
+}
+
+QByteArray KeyObjectSKF::digestRsaByPubkey(QByteArray pbtData)
+{
+    TW_LOG(" start");
+    std::printf("[KeyObjectSKF::SignDataRsaWithDigest] call in \n");
+    // The device handle goes to the token as it is; only a missing
+    // function table is stopped here.
+    if (SKF_REFUSED({!keyDriver, SAR_USER_NOT_LOGGED_IN, kKeyDriverIsNull}))
+        return QByteArray();
+
+    QByteArray hashValue(256, '\0');
+    ULONG ulHashLen = 256;
+    HANDLE hash = nullptr;
+    ULONG ret = keyDriver->pSKF_DigestInit(dev, SGD_SHA1, nullptr, nullptr, 0, &hash);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_DigestInit failded.ret = %d.");
+        TW_LOG(" end");
+        return QByteArray();
+    }
+    ret = keyDriver->pSKF_Digest(hash, inBytes(pbtData), ULONG(pbtData.size()), outBytes(hashValue), &ulHashLen);
+    if (ret != SAR_OK) {
+        SKF_FAILED(ret, " SKF_Digest failded.ret = %d.");
+        TW_LOG(" end");
+        return QByteArray();
+    }
+    // The DigestInfo is assembled but not handed out: hosts rely on the
+    // empty result, and the hash object stays with the token.
+    QByteArray digestInfo(kSha1DigestInfoPrefix, kSha1DigestInfoPrefixSize);
+    digestInfo += written(hashValue, qMin<ULONG>(ulHashLen, 256 - kSha1DigestInfoPrefixSize));
+    Q_UNUSED(digestInfo);
+    TW_LOG(" end");
+    return QByteArray();
+}
+
+QByteArray KeyObjectSKF::eccExportSessionKey(Qt::HANDLE container, quint64 ulAlgID, QByteArray pubkeyBlob,
+                                             Qt::HANDLE *phSessionKey)
+{
+    TW_LOG("start");
+    if (SKF_REFUSED({!dev || !keyDriver, SAR_USER_NOT_LOGGED_IN, kDevIsNull},
+                    {!container, SAR_INVALIDHANDLEERR, kContainerIsNull},
+                    {pubkeyBlob.isEmpty(), SAR_INVALIDPARAMERR, " end"}))
+        return QByteArray();
+
+    // An ECCCIPHERBLOB with room for a 33-byte cipher.
+    QByteArray cipherBlob(SKF_ECCCIPHERBLOB_BUFFER_SIZE, '\0');
+    TW_LOGF_ERROR(" pstEccCipherBlob = %s", cipherBlob.toBase64().constData());
+    QByteArray key = padded(pubkeyBlob, SKF_ECCPUBLICKEYBLOB_SIZE);
+    const ULONG ret = keyDriver->pSKF_ECCExportSessionKey(container, ULONG(ulAlgID),
+                                                          reinterpret_cast<ECCPUBLICKEYBLOB *>(inBytes(key)),
+                                                          reinterpret_cast<PECCCIPHERBLOB>(outBytes(cipherBlob)),
+                                                          phSessionKey);
+    if (ret != SAR_OK) {
+        // This operation never closes the session, removed device or not.
+        SKF_FAILED(ret, " pSKF_ECCExportSessionKey failed.ret = %d", SkfCall::CloseNever);
+        TW_LOG(" end.");
+        return QByteArray();
+    }
+    TW_LOG(" end.");
+    return cipherBlob;
 }

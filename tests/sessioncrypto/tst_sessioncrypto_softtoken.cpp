@@ -109,6 +109,7 @@ private slots:
     void rsaSignatureVerifiesWithOpenssl();
     void digestsMatchOpenssl();
     void exportedSessionKeyDecryptsAfterImport();
+    void envelopeCipherTailIsNeverReadPast();
     void sealReadsBackByteForByte();
 
 private:
@@ -348,6 +349,29 @@ void TestSessionCryptoSoftToken::exportedSessionKeyDecryptsAfterImport()
         m_host->callVoid(m_key, "closeHandle", exported);
         m_host->callVoid(m_key, "closeHandle", imported);
     }
+}
+
+// The token reads an enveloped key pair with its cipher tail of CipherLen
+// bytes. A host that hands over only the declared structure gets a tail of
+// zeros, never a read past its array (the sanitizer build would stop there).
+void TestSessionCryptoSoftToken::envelopeCipherTailIsNeverReadPast()
+{
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
+    QVERIFY(call<bool>("verifyPin", kUserPin, false));
+    Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("sm2"));
+    QVERIFY(c);
+
+    QByteArray env(int(sizeof(ENVELOPEDKEYBLOB)), '\0');
+    auto *blob = reinterpret_cast<ENVELOPEDKEYBLOB *>(env.data());
+    blob->ulSymmAlgID = SGD_SM4_ECB;
+    blob->ulBits = 256;
+    blob->PubKey.BitLen = 256;
+    blob->ECCCipherBlob.CipherLen = 16;
+    // Not a key the container can unwrap: the token refuses it after
+    // reading the whole tail.
+    m_host->core().setLastError(kSentinel);
+    QVERIFY(!call<bool>("importECCKeyPair", c, env));
+    QCOMPARE(m_host->lastError(), uint(SAR_INDATAERR));
 }
 
 void TestSessionCryptoSoftToken::sealReadsBackByteForByte()
