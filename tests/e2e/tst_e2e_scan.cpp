@@ -67,6 +67,7 @@ void TestE2eScan::countIsZero(TestHost &host)
     QVERIFY2(kdpPath >= 0 && scan > kdpPath && scanEnd > scan && countStart > scanEnd && total > countStart &&
                  countEnd > total,
              qPrintable(log.join(QLatin1Char('\n'))));
+    QVERIFY(host.logHas(line(QStringLiteral("load"), QStringLiteral(" end"))));
     QVERIFY(host.logHas(line(QStringLiteral("TWKey"), QStringLiteral(" start"))));
     QVERIFY(!host.logHas(QRegularExpression(QStringLiteral("KeyDriverPackage"))));
 }

@@ -93,13 +93,6 @@ private slots:
         QCOMPARE(key.value, nullptr);
     }
 
-    void versionThroughTheHost()
-    {
-        int length = 0;
-        QCOMPARE(host.getVersion(nullptr, &length), 0);
-        QCOMPARE(length, 9);
-    }
-
     void destroyLeavesTheManager()
     {
         QObject *manager = host.createComponent();

@@ -4,8 +4,6 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <cstring>
-
 #include "frame/keydriverinfoagent.h"
 #include "frame/qdispatch.h"
 #include "frame/rtc.h"
@@ -70,10 +68,13 @@ class TstFrame : public QObject
 private:
     // Points the temporary directory, and with it the trace folder of
     // every agent made from now on, into a fresh test folder.
-    QString useTempRoot(QTemporaryDir &dir)
+    QString useTempRoot(QTemporaryDir &dir, bool withTraceFolder = true)
     {
         qputenv("TMPDIR", QFile::encodeName(dir.path()));
-        return dir.path() + QStringLiteral("/tarnwick");
+        const QString traceDir = dir.path() + QStringLiteral("/tarnwick");
+        if (withTraceFolder && !QDir().mkpath(traceDir))
+            qFatal("cannot make %s", qPrintable(traceDir));
+        return traceDir;
     }
 
     static QStringList traceTexts(const QString &traceDir)
@@ -175,7 +176,6 @@ private slots:
     {
         QTemporaryDir tmp;
         const QString traceDir = useTempRoot(tmp);
-        QVERIFY(QDir().mkpath(traceDir));
         Target target;
         Q_Dispatch dispatch(&target);
         int result = 77;
@@ -194,7 +194,6 @@ private slots:
     {
         QTemporaryDir tmp;
         const QString traceDir = useTempRoot(tmp);
-        QVERIFY(QDir().mkpath(traceDir));
         Target target;
         Q_Dispatch dispatch(&target);
         int a = 1;
@@ -216,7 +215,6 @@ private slots:
     {
         QTemporaryDir tmp;
         const QString traceDir = useTempRoot(tmp);
-        QVERIFY(QDir().mkpath(traceDir));
         Q_Dispatch dispatch(nullptr);
         int result = 9;
         dispatch.invokeHelper(QStringLiteral("open"), &result);
@@ -227,7 +225,7 @@ private slots:
     void traceOnlyWhenFolderExists()
     {
         QTemporaryDir tmp;
-        const QString traceDir = useTempRoot(tmp);
+        const QString traceDir = useTempRoot(tmp, false);
         Target target;
         Q_Dispatch dispatch(&target);
         int a = 1, b = 2, result = 0;
@@ -317,40 +315,37 @@ private slots:
         QVERIFY(core.lines(TWCore::Level::Debug).join('\n').contains(QStringLiteral("p.1")));
     }
 
-    void versionQueriesSize()
+    void version_data()
     {
-        int length = -3;
-        QCOMPARE(TW_GetVersion(nullptr, &length), 0);
-        QCOMPARE(length, 9);
-        QCOMPARE(TW_GetVersion(nullptr, nullptr), 0);
+        QTest::addColumn<int>("bufferSize"); // 0: no buffer
+        QTest::addColumn<bool>("withLength");
+        QTest::addColumn<int>("length");
+        QTest::addColumn<int>("result");
+        QTest::addColumn<int>("lengthAfter");
+        QTest::addColumn<int>("zeroed"); // leading bytes cleared, the rest untouched
+        QTest::newRow("size query") << 0 << true << -3 << 0 << 9 << 0;
+        QTest::newRow("nothing") << 0 << false << 0 << 0 << 0 << 0;
+        // The size is written first, so the text never arrives: -1 and nine
+        // zero bytes, whatever length the caller gave.
+        QTest::newRow("room") << 32 << true << 100 << -1 << 9 << 9;
+        // Never past the length the caller gave; a buffer without one is refused untouched.
+        QTest::newRow("short buffer") << 8 << true << 4 << -1 << 9 << 4;
+        QTest::newRow("buffer without length") << 8 << false << 0 << -1 << 0 << 0;
     }
 
-    void versionWithBufferZeroFillsAndRefuses()
+    void version()
     {
-        // The size is written first, so the text never arrives: -1 and
-        // nine zero bytes, whatever length the caller gave.
-        char buffer[32];
-        std::memset(buffer, 0x55, sizeof buffer);
-        int length = 100;
-        QCOMPARE(TW_GetVersion(buffer, &length), -1);
-        QCOMPARE(length, 9);
-        QCOMPARE(QByteArray(buffer, 9), QByteArray(9, '\0'));
-        QCOMPARE(QByteArray(buffer + 9, 23), QByteArray(23, 0x55));
-    }
-
-    void versionNeverWritesPastTheCallersBuffer()
-    {
-        char buffer[8];
-        std::memset(buffer, 0x55, sizeof buffer);
-        int length = 4;
-        QCOMPARE(TW_GetVersion(buffer, &length), -1);
-        QCOMPARE(length, 9);
-        QCOMPARE(QByteArray(buffer, 8), QByteArray(4, '\0') + QByteArray(4, 0x55));
-
-        // A buffer without a length is refused untouched.
-        std::memset(buffer, 0x55, sizeof buffer);
-        QCOMPARE(TW_GetVersion(buffer, nullptr), -1);
-        QCOMPARE(QByteArray(buffer, 8), QByteArray(8, 0x55));
+        QFETCH(int, bufferSize);
+        QFETCH(bool, withLength);
+        QFETCH(int, length);
+        QFETCH(int, result);
+        QFETCH(int, lengthAfter);
+        QFETCH(int, zeroed);
+        QByteArray buffer(qMax(bufferSize, 1), 0x55);
+        QCOMPARE(TW_GetVersion(bufferSize ? buffer.data() : nullptr, withLength ? &length : nullptr), result);
+        if (withLength)
+            QCOMPARE(length, lengthAfter);
+        QCOMPARE(buffer.left(bufferSize), QByteArray(zeroed, '\0') + QByteArray(bufferSize - zeroed, 0x55));
     }
 };
 

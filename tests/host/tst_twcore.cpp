@@ -1,8 +1,8 @@
-// The core object as the library reaches it: by name, from any thread.
+// The core object as the library reaches it: by name, from any thread. The
+// library's own calls into it are covered by the frame tests.
 #include "twcall.h"
 #include "twcore.h"
 
-#include <QMetaMethod>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -14,55 +14,12 @@ class TstTWCore : public QObject
     Q_OBJECT
 
 private slots:
-    void libraryFindsEachMethodByItsNameAlone();
     void logLinesKeepTheirLevelAndOrder();
     void lastErrorRoundTripsAsA32BitValue();
-    void pathsAndComponentObject();
     void discardKeepsNothingButCounts();
     void logFileGetsEveryLineUntilStopped();
     void concurrentLoggingLosesNothing();
 };
-
-void TstTWCore::libraryFindsEachMethodByItsNameAlone()
-{
-    // The library takes the first method whose signature starts with
-    // "name(", so each must be there once, with the parameter types it
-    // passes pointers to, and the result type it presets.
-    const struct
-    {
-        const char *name;
-        const char *signature;
-        const char *result;
-    } expected[] = {
-        {"logDebug", "logDebug(QString)", "void"},
-        {"logError", "logError(QString)", "void"},
-        {"setLastError", "setLastError(uint)", "void"},
-        {"getLastError", "getLastError()", "uint"},
-        {"configPath", "configPath()", "QString"},
-        {"binPath", "binPath()", "QString"},
-        {"createComponentObject", "createComponentObject(QString,QString)", "QObject*"},
-    };
-    TWCore core;
-    const QMetaObject *meta = core.metaObject();
-    for (const auto &e : expected) {
-        const QByteArray prefix = QByteArray(e.name) + '(';
-        int found = 0;
-        QByteArray first;
-        QByteArray result;
-        for (int i = 0; i < meta->methodCount(); ++i) {
-            const QMetaMethod m = meta->method(i);
-            if (m.methodSignature().startsWith(prefix)) {
-                if (found++ == 0) {
-                    first = m.methodSignature();
-                    result = m.typeName();
-                }
-            }
-        }
-        QCOMPARE(found, 1);
-        QCOMPARE(first, QByteArray(e.signature));
-        QCOMPARE(result, QByteArray(e.result));
-    }
-}
 
 void TstTWCore::logLinesKeepTheirLevelAndOrder()
 {
@@ -103,22 +60,6 @@ void TstTWCore::lastErrorRoundTripsAsA32BitValue()
     // clear() is for the log only.
     core.clear();
     QCOMPARE(core.lastError(), 0xC000003Au);
-}
-
-void TstTWCore::pathsAndComponentObject()
-{
-    TWCore core;
-    core.setBinPath(QStringLiteral("/opt/twkey/bin"));
-    core.setConfigPath(QStringLiteral("/etc/twkey"));
-    QString bin, config;
-    QVERIFY(twCall(&core, "binPath", bin));
-    QVERIFY(twCall(&core, "configPath", config));
-    QCOMPARE(bin, QStringLiteral("/opt/twkey/bin"));
-    QCOMPARE(config, QStringLiteral("/etc/twkey"));
-
-    QObject *preset = &core;
-    QVERIFY(twCall(&core, "createComponentObject", preset, QStringLiteral("TWKEY.Other.1"), QStringLiteral("X")));
-    QCOMPARE(preset, nullptr);
 }
 
 void TstTWCore::discardKeepsNothingButCounts()

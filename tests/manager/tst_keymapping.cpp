@@ -157,15 +157,6 @@ private slots:
         QCOMPARE(logged(QStringLiteral("open"), QStringLiteral(" end.")), 1);
     }
 
-    void openBeforeCountFindsNothing()
-    {
-        addToken(driverPackage(QStringLiteral("a")), "a1", "SN1");
-        auto manager = scan();
-        QCOMPARE(open(manager.get(), 0), nullptr);
-        QCOMPARE(logged(QStringLiteral("open"), QStringLiteral(" end.")), 1);
-        QCOMPARE(logged(QStringLiteral("open"), QStringLiteral(" openKey")), 0);
-    }
-
     void repeatedSerialDropsTheDriver()
     {
         addToken(driverPackage(QStringLiteral("a")), "a1", "SN1");

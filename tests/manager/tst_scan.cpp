@@ -83,125 +83,84 @@ private slots:
         kdp.reset();
     }
 
-    void scanLinesAndEmptyFolder()
+    // Entries of the package folder as "kind:name": dir (a good package),
+    // copy (a good package with its own library), kdp (a packed package),
+    // empty (a folder without config.xml), nodriver (a protocol no driver
+    // takes), badlib (a library that is no shared object). Log checks are
+    // "D|function|message|times" or with E for the error level.
+    void packageRules_data()
     {
-        auto manager = scan();
-        const QString kdpPath = kdp->root() + QStringLiteral("/kdp/");
-        QCOMPARE(logged(QStringLiteral("load"), QStringLiteral(" kdpPath:") + kdpPath), 1);
-        QCOMPARE(logged(QStringLiteral("loadKDPs"), QStringLiteral(" path:") + kdpPath), 1);
-        QCOMPARE(logged(QStringLiteral("loadKDPs"), QStringLiteral(" end.")), 1);
-        QCOMPARE(logged(QStringLiteral("load"), QStringLiteral(" end")), 1);
-        // Only "." and "..", both dropped by name.
-        QCOMPARE(logged(QStringLiteral("loadKDP"), QStringLiteral(" end. \".\"")), 2);
-        int n = -1;
-        QVERIFY(twCall(manager.get(), "count", n));
-        QCOMPARE(n, 0);
-        TWPtr key{"KeyObject*"};
-        QVERIFY(twCall(manager.get(), "open", key, 0));
-        QCOMPARE(key.value, nullptr);
+        QTest::addColumn<QStringList>("entries");
+        QTest::addColumn<QStringList>("attempts");
+        QTest::addColumn<int>("loads");
+        QTest::addColumn<QStringList>("logChecks");
+        QTest::newRow("directories first, then files, by name ignoring case")
+            << QStringList{"dir:b", "dir:A", "kdp:c.kdp", "kdp:B2.kdp"} << QStringList{"A", "b", "B2.kdp", "c.kdp"}
+            << 4 << QStringList();
+        QTest::newRow("directory beats the file of its name")
+            << QStringList{"dir:x", "kdp:x.kdp"} << QStringList{"x"} << 1
+            << QStringList{"D|loadKDP| end. contained.|1"};
+        QTest::newRow("broken directory lets the file through")
+            << QStringList{"empty:x", "kdp:x.kdp"} << QStringList{"x", "x.kdp"} << 1
+            << QStringList{"D|loadKDP|end. open kdp failed|1", "D|loadKDP| end. contained.|0"};
+        QTest::newRow("unbound driver lets the file through")
+            << QStringList{"nodriver:x", "kdp:x.kdp"} << QStringList{"x", "x.kdp"} << 1
+            << QStringList{"D|loadKDP|end. open kdi failed|1"};
+        // The scan's suffix test ignores case, the package's does not.
+        QTest::newRow("suffix case") << QStringList{"kdp:a.KDP", "kdp:b.zip"} << QStringList{"a.KDP"} << 0
+                                     << QStringList{"D|open| end. unknow format|1", "D|loadKDP|end. open kdp failed|1"};
+        QTest::newRow("directory named like an archive") << QStringList{"dir:a.zip"} << QStringList{"a.zip"} << 1
+                                                         << QStringList();
+        // The block is on the whole name: the packed file of that name loads
+        // (into a copy, as it unpacks into the blocked folder).
+        QTest::newRow("hidden and blocked directories")
+            << QStringList{"dir:.hidden", "copy:tarnwick_vkey_skf_mac_v1.0.0.0", "kdp:tarnwick_vkey_skf_mac_v1.0.0.0.kdp"}
+            << QStringList{"tarnwick_vkey_skf_mac_v1.0.0.0.kdp"} << 1 << QStringList();
+        QTest::newRow("bad package costs only itself") << QStringList{"dir:a", "badlib:b", "dir:c"}
+                                                       << QStringList{"a", "b", "c"} << 2
+                                                       << QStringList{"E|open| kdp load fail|1"};
     }
 
-    void missingFolder()
+    void packageRules()
     {
-        QVERIFY(QDir(kdp->kdpPath()).removeRecursively());
+        QFETCH(QStringList, entries);
+        QFETCH(QStringList, attempts);
+        QFETCH(int, loads);
+        QFETCH(QStringList, logChecks);
+        for (const QString &entry : entries) {
+            const QString kind = entry.section(QLatin1Char(':'), 0, 0);
+            const QString name = entry.section(QLatin1Char(':'), 1);
+            KdpConfig config;
+            QString library = QStringLiteral(MOCKSKF_PATH);
+            KdpFixture::Link link = KdpFixture::Link::Symlink;
+            if (kind == QLatin1String("kdp")) {
+                QVERIFY(!packed(name).isEmpty());
+                continue;
+            }
+            if (kind == QLatin1String("empty")) {
+                QVERIFY(QDir().mkpath(pkg(name)));
+                continue;
+            }
+            if (kind == QLatin1String("copy"))
+                link = KdpFixture::Link::Copy;
+            else if (kind == QLatin1String("nodriver")) {
+                config.protocol = QStringLiteral("p11");
+                library.clear();
+            } else if (kind == QLatin1String("badlib"))
+                library = QStringLiteral(NOTALIB_PATH);
+            QVERIFY(!kdp->addPackage(name, config, library, link).isEmpty());
+        }
         auto manager = scan();
-        QCOMPARE(logged(QStringLiteral("loadKDPs"), QStringLiteral(" end.")), 1);
-        QVERIFY(core.lines(TWCore::Level::Debug).filter(QStringLiteral(" fileList:")).isEmpty());
-        int n = -1;
-        QVERIFY(twCall(manager.get(), "count", n));
-        QCOMPARE(n, 0);
-    }
-
-    void directoriesFirstThenFilesByNameIgnoringCase()
-    {
-        good(QStringLiteral("b"));
-        good(QStringLiteral("A"));
-        QVERIFY(!packed(QStringLiteral("c.kdp")).isEmpty());
-        QVERIFY(!packed(QStringLiteral("B2.kdp")).isEmpty());
-        auto manager = scan();
-        const QStringList files = core.lines(TWCore::Level::Debug).filter(QStringLiteral("] fileList:"));
-        QStringList names;
-        for (const QString &line : files)
-            names << line.section(QLatin1Char('/'), -1);
-        QCOMPARE(names, (QStringList{QStringLiteral("."), QStringLiteral(".."), QStringLiteral("A"), QStringLiteral("b"),
-                                     QStringLiteral("B2.kdp"), QStringLiteral("c.kdp")}));
-        QCOMPARE(loaded(), 4);
-    }
-
-    void directoryBeatsFileOfTheSameName()
-    {
-        good(QStringLiteral("x"));
-        QVERIFY(!packed(QStringLiteral("x.kdp")).isEmpty());
-        auto manager = scan();
-        QCOMPARE(attempted(), QStringList{pkg(QStringLiteral("x"))});
-        QCOMPARE(logged(QStringLiteral("loadKDP"), QStringLiteral(" end. contained.")), 1);
-        QCOMPARE(loaded(), 1);
-    }
-
-    void brokenDirectoryLetsTheFileThrough()
-    {
-        QVERIFY(QDir().mkpath(pkg(QStringLiteral("x"))));
-        QVERIFY(!packed(QStringLiteral("x.kdp")).isEmpty());
-        auto manager = scan();
-        QCOMPARE(attempted(), (QStringList{pkg(QStringLiteral("x")), pkg(QStringLiteral("x.kdp"))}));
-        QCOMPARE(logged(QStringLiteral("loadKDP"), QStringLiteral("end. open kdp failed")), 1);
-        QCOMPARE(logged(QStringLiteral("loadKDP"), QStringLiteral(" end. contained.")), 0);
-        QCOMPARE(loaded(), 1);
-    }
-
-    void unboundDriverLetsTheFileThrough()
-    {
-        KdpConfig noDriver;
-        noDriver.protocol = QStringLiteral("p11");
-        kdp->addPackage(QStringLiteral("x"), noDriver, QString());
-        QVERIFY(!packed(QStringLiteral("x.kdp")).isEmpty());
-        auto manager = scan();
-        QCOMPARE(logged(QStringLiteral("loadKDP"), QStringLiteral("end. open kdi failed")), 1);
-        QCOMPARE(attempted().size(), 2);
-        QCOMPARE(loaded(), 1);
-    }
-
-    void suffixTestIgnoresCaseThePackageDoesNot()
-    {
-        QVERIFY(!packed(QStringLiteral("a.KDP")).isEmpty());
-        QVERIFY(!packed(QStringLiteral("b.zip")).isEmpty());
-        auto manager = scan();
-        QCOMPARE(attempted(), QStringList{pkg(QStringLiteral("a.KDP"))});
-        QCOMPARE(logged(QStringLiteral("open"), QStringLiteral(" end. unknow format")), 1);
-        QCOMPARE(logged(QStringLiteral("loadKDP"), QStringLiteral("end. open kdp failed")), 1);
-        QCOMPARE(loaded(), 0);
-    }
-
-    void directoryNamedLikeAnArchiveIsAPackage()
-    {
-        good(QStringLiteral("a.zip"));
-        auto manager = scan();
-        QCOMPARE(attempted(), QStringList{pkg(QStringLiteral("a.zip"))});
-        QCOMPARE(loaded(), 1);
-    }
-
-    void hiddenAndBlockedDirectories()
-    {
-        good(QStringLiteral(".hidden"));
-        // A copy: the packed file of the same name unpacks into this folder.
-        kdp->addPackage(QStringLiteral("tarnwick_vkey_skf_mac_v1.0.0.0"), KdpConfig(), QStringLiteral(MOCKSKF_PATH),
-                        KdpFixture::Link::Copy);
-        // The block is on the whole name: the packed file of that name loads.
-        QVERIFY(!packed(QStringLiteral("tarnwick_vkey_skf_mac_v1.0.0.0.kdp")).isEmpty());
-        auto manager = scan();
-        QCOMPARE(attempted(), QStringList{pkg(QStringLiteral("tarnwick_vkey_skf_mac_v1.0.0.0.kdp"))});
-        QCOMPARE(loaded(), 1);
-    }
-
-    void badPackageCostsOnlyItself()
-    {
-        good(QStringLiteral("a"));
-        kdp->addPackage(QStringLiteral("b"), KdpConfig(), QStringLiteral(NOTALIB_PATH));
-        good(QStringLiteral("c"));
-        auto manager = scan();
-        QCOMPARE(attempted().size(), 3);
-        QCOMPARE(logcheck::count(core, TWCore::Level::Error, QStringLiteral("open"), QStringLiteral(" kdp load fail")), 1);
-        QCOMPARE(loaded(), 2);
+        QStringList expected;
+        for (const QString &name : attempts)
+            expected << pkg(name);
+        QCOMPARE(attempted(), expected);
+        QCOMPARE(loaded(), loads);
+        for (const QString &check : logChecks) {
+            const QStringList f = check.split(QLatin1Char('|'));
+            const TWCore::Level level = f.at(0) == QLatin1String("E") ? TWCore::Level::Error : TWCore::Level::Debug;
+            QVERIFY2(logcheck::count(core, level, f.at(1), f.at(2)) == f.at(3).toInt(), qPrintable(check));
+        }
     }
 
     void packedPackageIsUnpackedOnceThenServedFromItsFolder()

