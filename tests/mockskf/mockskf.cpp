@@ -343,6 +343,11 @@ Device *findDevice(const std::string &name)
     return nullptr;
 }
 
+Device *findDevice(const char *name)
+{
+    return name ? findDevice(std::string(name)) : nullptr;
+}
+
 App *findApp(Device *dev, const std::string &name)
 {
     if (!dev)
@@ -440,6 +445,12 @@ ULONG resolve(void *h, std::initializer_list<Kind> kinds, Handle *&out)
     return SAR_OK;
 }
 
+// Declares `h` as the live handle, or answers the lookup's error.
+#define MOCK_RESOLVE(h, handle, ...)                                                                                 \
+    Handle *h;                                                                                                       \
+    if (ULONG resolved_ = resolve((handle), {__VA_ARGS__}, h))                                                       \
+    return resolved_
+
 std::string devName(void *h)
 {
     auto it = world().handles.find(h);
@@ -516,6 +527,14 @@ Container *newContainer(App *app, const std::string &name, ULONG type)
     return raw;
 }
 
+// Closes the container's handles first: they must not outlive it.
+void removeContainer(App *app, Container *c)
+{
+    closeHandlesIf([c](const Handle &x) { return x.container == c; });
+    auto &cs = app->containers;
+    cs.erase(std::find_if(cs.begin(), cs.end(), [c](const std::unique_ptr<Container> &x) { return x.get() == c; }));
+}
+
 std::vector<std::string> containerNames(const App *app)
 {
     std::vector<std::string> names;
@@ -562,7 +581,7 @@ MOCK_EXPORT void mock_add_device(const char *dev, const char *serial)
 MOCK_EXPORT void mock_set_present(const char *dev, int present)
 {
     Lock lock(g_mutex);
-    Device *d = dev ? findDevice(dev) : nullptr;
+    Device *d = findDevice(dev);
     if (!d || d->present == (present != 0))
         return;
     d->present = present != 0;
@@ -576,14 +595,14 @@ MOCK_EXPORT void mock_set_present(const char *dev, int present)
 MOCK_EXPORT void mock_set_serial(const char *dev, const char *serial)
 {
     Lock lock(g_mutex);
-    if (Device *d = dev ? findDevice(dev) : nullptr)
+    if (Device *d = findDevice(dev))
         d->serial = serial ? serial : "";
 }
 
 MOCK_EXPORT void mock_add_app(const char *dev, const char *app)
 {
     Lock lock(g_mutex);
-    Device *d = dev ? findDevice(dev) : nullptr;
+    Device *d = findDevice(dev);
     if (!d || !app || findApp(d, app))
         return;
     auto a = std::make_unique<App>();
@@ -720,14 +739,14 @@ MOCK_EXPORT void mock_clear_calls(void)
 MOCK_EXPORT void mock_set_label(const char *dev, const char *label)
 {
     Lock lock(g_mutex);
-    if (Device *d = dev ? findDevice(dev) : nullptr)
+    if (Device *d = findDevice(dev))
         d->label = label ? label : "";
 }
 
 MOCK_EXPORT void mock_set_manufacturer(const char *dev, const char *manufacturer)
 {
     Lock lock(g_mutex);
-    if (Device *d = dev ? findDevice(dev) : nullptr)
+    if (Device *d = findDevice(dev))
         d->manufacturer = manufacturer ? manufacturer : "";
 }
 
@@ -735,7 +754,7 @@ MOCK_EXPORT void mock_set_versions(const char *dev, unsigned int hwMajor, unsign
                                    unsigned int fwMinor)
 {
     Lock lock(g_mutex);
-    if (Device *d = dev ? findDevice(dev) : nullptr) {
+    if (Device *d = findDevice(dev)) {
         d->hw = VERSION{static_cast<BYTE>(hwMajor), static_cast<BYTE>(hwMinor)};
         d->fw = VERSION{static_cast<BYTE>(fwMajor), static_cast<BYTE>(fwMinor)};
     }
@@ -744,7 +763,7 @@ MOCK_EXPORT void mock_set_versions(const char *dev, unsigned int hwMajor, unsign
 MOCK_EXPORT void mock_set_space(const char *dev, unsigned int total)
 {
     Lock lock(g_mutex);
-    if (Device *d = dev ? findDevice(dev) : nullptr)
+    if (Device *d = findDevice(dev))
         d->totalSpace = total;
 }
 
@@ -808,9 +827,7 @@ MOCK_EXPORT void mock_remove_container(const char *dev, const char *app, const c
     Container *c = container ? findContainer(a, container) : nullptr;
     if (!c)
         return;
-    closeHandlesIf([c](const Handle &h) { return h.container == c; });
-    a->containers.erase(std::find_if(a->containers.begin(), a->containers.end(),
-                                     [c](const std::unique_ptr<Container> &x) { return x.get() == c; }));
+    removeContainer(a, c);
 }
 
 MOCK_EXPORT int mock_seal(const char *dev, const char *app, unsigned char *buf, unsigned int capacity)
@@ -837,13 +854,19 @@ MOCK_EXPORT void mock_set_wait_timeout(unsigned int milliseconds)
 #ifndef MOCKSKF_NO_EPS
 namespace {
 
+// The log line of the keyed EPS calls (ciphers and MAC).
+Line epsLine(const char *function, ULONG index, ULONG alg, ULONG ivLen, ULONG len, const BYTE *out, const ULONG *size,
+             ULONG flags)
+{
+    return Line(function).num("index", index).num("alg", alg).num("ivlen", ivLen).num("len", len).ptr("buf", out)
+        .size("size", size).num("flags", flags);
+}
+
 // EPS_Encrypt and EPS_Decrypt alike: XOR under the container's key of that index.
 ULONG epsCipher(const char *function, HCONTAINER hContainer, ULONG ulKeyIndex, BYTE *pbInData, ULONG ulInDataLen,
                 BYTE *pbOutData, ULONG *pulOutDataLen)
 {
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     auto it = h->container->symmKeys.find(ulKeyIndex);
     if (it == h->container->symmKeys.end())
         return SAR_KEYNOTFOUNTERR;
@@ -859,8 +882,7 @@ MOCK_EXPORT ULONG EPS_Decrypt(HCONTAINER hContainer, ULONG ulKeyIndex, ULONG ulK
                               BYTE *pbInData, ULONG ulInDataLen, BYTE *pbOutData, ULONG *pulOutDataLen, ULONG ulFlags)
 {
     (void)pbIV;
-    MOCK_ENTER(Line(__func__).num("index", ulKeyIndex).num("alg", ulKeyAlgId).num("ivlen", ulIVLen)
-                   .num("len", ulInDataLen).ptr("buf", pbOutData).size("size", pulOutDataLen).num("flags", ulFlags));
+    MOCK_ENTER(epsLine(__func__, ulKeyIndex, ulKeyAlgId, ulIVLen, ulInDataLen, pbOutData, pulOutDataLen, ulFlags));
     return epsCipher(__func__, hContainer, ulKeyIndex, pbInData, ulInDataLen, pbOutData, pulOutDataLen);
 }
 #endif
@@ -869,8 +891,7 @@ MOCK_EXPORT ULONG EPS_Encrypt(HCONTAINER hContainer, ULONG ulKeyIndex, ULONG ulK
                               BYTE *pbInData, ULONG ulInDataLen, BYTE *pbOutData, ULONG *pulOutDataLen, ULONG ulFlags)
 {
     (void)pbIV;
-    MOCK_ENTER(Line(__func__).num("index", ulKeyIndex).num("alg", ulKeyAlgId).num("ivlen", ulIVLen)
-                   .num("len", ulInDataLen).ptr("buf", pbOutData).size("size", pulOutDataLen).num("flags", ulFlags));
+    MOCK_ENTER(epsLine(__func__, ulKeyIndex, ulKeyAlgId, ulIVLen, ulInDataLen, pbOutData, pulOutDataLen, ulFlags));
     return epsCipher(__func__, hContainer, ulKeyIndex, pbInData, ulInDataLen, pbOutData, pulOutDataLen);
 }
 
@@ -878,9 +899,7 @@ MOCK_EXPORT ULONG EPS_ImportSymmKey(HCONTAINER hContainer, ULONG ulKeyIndex, BYT
                                     ULONG ulFlags)
 {
     MOCK_ENTER(Line(__func__).num("index", ulKeyIndex).num("len", ulEncDataLen).num("flags", ulFlags));
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     if (!pbEncData || !ulEncDataLen)
         return SAR_INDATALENERR;
     h->container->symmKeys[ulKeyIndex] = fromRaw(pbEncData, ulEncDataLen);
@@ -891,11 +910,8 @@ MOCK_EXPORT ULONG EPS_Mac(HCONTAINER hContainer, ULONG ulKeyIndex, ULONG ulKeyAl
                           BYTE *pbInData, ULONG ulInDataLen, BYTE *pbMac, ULONG *pulMacLen, ULONG ulFlags)
 {
     (void)pbIV;
-    MOCK_ENTER(Line(__func__).num("index", ulKeyIndex).num("alg", ulKeyAlgId).num("ivlen", ulIVLen)
-                   .num("len", ulInDataLen).ptr("buf", pbMac).size("size", pulMacLen).num("flags", ulFlags));
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_ENTER(epsLine(__func__, ulKeyIndex, ulKeyAlgId, ulIVLen, ulInDataLen, pbMac, pulMacLen, ulFlags));
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     auto it = h->container->symmKeys.find(ulKeyIndex);
     if (it == h->container->symmKeys.end())
         return SAR_KEYNOTFOUNTERR;
@@ -907,18 +923,14 @@ MOCK_EXPORT ULONG EPS_ReadESealData(HAPPLICATION hApplication, ULONG ulKeyIndex,
 {
     MOCK_ENTER(Line(__func__).num("index", ulKeyIndex).num("alg", ulKeyAlgId).ptr("buf", pbData)
                    .size("size", pulDataLen).num("flags", ulFlags));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     return fillBytes(__func__, h->app->seal, pbData, pulDataLen);
 }
 
 MOCK_EXPORT ULONG EPS_WriteESealData(HAPPLICATION hApplication, BYTE *pbData, ULONG ulDataSize, ULONG ulFlags)
 {
     MOCK_ENTER(Line(__func__).num("size", ulDataSize).num("flags", ulFlags));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (!pbData && ulDataSize)
         return SAR_INVALIDPARAMERR;
     h->app->seal = fromRaw(pbData, ulDataSize);
@@ -1016,9 +1028,7 @@ MOCK_EXPORT ULONG SKF_GetDevState(LPSTR szDevName, ULONG *pulDevState)
 MOCK_EXPORT ULONG SKF_SetLabel(DEVHANDLE hDev, LPSTR szLabel)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).str("label", szLabel));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!szLabel || std::strlen(szLabel) > 32)
         return SAR_INVALIDPARAMERR;
     h->dev->label = szLabel;
@@ -1028,9 +1038,7 @@ MOCK_EXPORT ULONG SKF_SetLabel(DEVHANDLE hDev, LPSTR szLabel)
 MOCK_EXPORT ULONG SKF_GetDevInfo(DEVHANDLE hDev, DEVINFO *pDevInfo)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!pDevInfo)
         return SAR_INVALIDPARAMERR;
     const Device *d = h->dev;
@@ -1072,9 +1080,7 @@ MOCK_EXPORT ULONG SKF_Transmit(DEVHANDLE hDev, BYTE *pbCommand, ULONG ulCommandL
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).num("len", ulCommandLen).ptr("buf", pbData)
                    .size("size", pulDataLen));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     // Status word "90 00" for any command.
     const Bytes ok = {0x90, 0x00};
     (void)pbCommand;
@@ -1084,18 +1090,14 @@ MOCK_EXPORT ULONG SKF_Transmit(DEVHANDLE hDev, BYTE *pbCommand, ULONG ulCommandL
 MOCK_EXPORT ULONG SKF_ChangeDevAuthKey(DEVHANDLE hDev, BYTE *pbKeyValue, ULONG ulKeyLen)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).num("len", ulKeyLen));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     return (pbKeyValue && ulKeyLen) ? SAR_OK : SAR_INVALIDPARAMERR;
 }
 
 MOCK_EXPORT ULONG SKF_DevAuth(DEVHANDLE hDev, BYTE *pbAuthData, ULONG ulLen)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).num("len", ulLen));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     return (pbAuthData && ulLen) ? SAR_OK : SAR_INVALIDPARAMERR;
 }
 
@@ -1107,9 +1109,7 @@ MOCK_EXPORT ULONG SKF_ChangePIN(HAPPLICATION hApplication, ULONG ulPINType, LPST
                                 ULONG *pulRetryCount)
 {
     MOCK_ENTER(Line(__func__).num("type", ulPINType).str("old", szOldPin).str("new", szNewPin));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (!szNewPin)
         return SAR_INVALIDPARAMERR;
     if (ULONG r = checkPin(h->app, ulPINType, szOldPin, pulRetryCount))
@@ -1124,9 +1124,7 @@ MOCK_EXPORT ULONG SKF_GetPINInfo(HAPPLICATION hApplication, ULONG ulPINType, ULO
                                  ULONG *pulRemainRetryCount, BOOL *pbDefaultPin)
 {
     MOCK_ENTER(Line(__func__).num("type", ulPINType));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (ulPINType > 1)
         return SAR_USER_TYPE_INVALID;
     if (!pulMaxRetryCount || !pulRemainRetryCount || !pbDefaultPin)
@@ -1141,9 +1139,7 @@ MOCK_EXPORT ULONG SKF_GetPINInfo(HAPPLICATION hApplication, ULONG ulPINType, ULO
 MOCK_EXPORT ULONG SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR szPIN, ULONG *pulRetryCount)
 {
     MOCK_ENTER(Line(__func__).num("type", ulPINType).str("pin", szPIN));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (ULONG r = checkPin(h->app, ulPINType, szPIN, pulRetryCount))
         return r;
     h->app->loggedIn[ulPINType] = true;
@@ -1154,9 +1150,7 @@ MOCK_EXPORT ULONG SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN, LP
                                  ULONG *pulRetryCount)
 {
     MOCK_ENTER(Line(__func__).str("admin", szAdminPIN).str("user", szNewUserPIN));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (!szNewUserPIN)
         return SAR_INVALIDPARAMERR;
     if (ULONG r = checkPin(h->app, ADMIN_TYPE, szAdminPIN, pulRetryCount))
@@ -1187,9 +1181,7 @@ MOCK_EXPORT ULONG SKF_RemoteUnblockPIN(HAPPLICATION hApplication, BYTE *pbCipher
 MOCK_EXPORT ULONG SKF_ClearSecureState(HAPPLICATION hApplication)
 {
     MOCK_ENTER(Line(__func__));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     h->app->loggedIn[0] = h->app->loggedIn[1] = false;
     return SAR_OK;
 }
@@ -1203,9 +1195,7 @@ MOCK_EXPORT ULONG SKF_CreateFile(HAPPLICATION hApplication, LPSTR szFileName, UL
 {
     MOCK_ENTER(Line(__func__).str("name", szFileName).num("size", ulFileSize).num("read", ulReadRights)
                    .num("write", ulWriteRights));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (!szFileName || !*szFileName || std::strlen(szFileName) > 32)
         return SAR_NAMELENERR;
     if (findFile(h->app, szFileName))
@@ -1225,9 +1215,7 @@ MOCK_EXPORT ULONG SKF_CreateFile(HAPPLICATION hApplication, LPSTR szFileName, UL
 MOCK_EXPORT ULONG SKF_DeleteFile(HAPPLICATION hApplication, LPSTR szFileName)
 {
     MOCK_ENTER(Line(__func__).str("name", szFileName));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     File *f = szFileName ? findFile(h->app, szFileName) : nullptr;
     if (!f)
         return SAR_FILE_NOT_EXIST;
@@ -1241,9 +1229,7 @@ MOCK_EXPORT ULONG SKF_DeleteFile(HAPPLICATION hApplication, LPSTR szFileName)
 MOCK_EXPORT ULONG SKF_EnumFiles(HAPPLICATION hApplication, LPSTR szFileList, ULONG *pulSize)
 {
     MOCK_ENTER(Line(__func__).ptr("buf", szFileList).size("size", pulSize));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     std::vector<std::string> names;
     for (const File &f : h->app->files)
         names.push_back(f.name);
@@ -1253,9 +1239,7 @@ MOCK_EXPORT ULONG SKF_EnumFiles(HAPPLICATION hApplication, LPSTR szFileList, ULO
 MOCK_EXPORT ULONG SKF_GetFileInfo(HAPPLICATION hApplication, LPSTR szFileName, FILEATTRIBUTE *pFileInfo)
 {
     MOCK_ENTER(Line(__func__).str("name", szFileName));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (!pFileInfo)
         return SAR_INVALIDPARAMERR;
     const File *f = szFileName ? findFile(h->app, szFileName) : nullptr;
@@ -1273,9 +1257,7 @@ MOCK_EXPORT ULONG SKF_ReadFile(HAPPLICATION hApplication, LPSTR szFileName, ULON
                                BYTE *pbOutData, ULONG *pulOutLen)
 {
     MOCK_ENTER(Line(__func__).str("name", szFileName).num("off", ulOffset).num("size", ulSize));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     const File *f = szFileName ? findFile(h->app, szFileName) : nullptr;
     if (!f)
         return SAR_FILE_NOT_EXIST;
@@ -1292,9 +1274,7 @@ MOCK_EXPORT ULONG SKF_WriteFile(HAPPLICATION hApplication, LPSTR szFileName, ULO
                                 ULONG ulSize)
 {
     MOCK_ENTER(Line(__func__).str("name", szFileName).num("off", ulOffset).num("size", ulSize));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     File *f = szFileName ? findFile(h->app, szFileName) : nullptr;
     if (!f)
         return SAR_FILE_NOT_EXIST;
@@ -1319,9 +1299,7 @@ MOCK_EXPORT ULONG SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR s
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).str("name", szAppName).num("adminretry", dwAdminPinRetryCount)
                    .num("userretry", dwUserPinRetryCount).num("rights", dwCreateFileRights));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!szAppName || !*szAppName || std::strlen(szAppName) > 32)
         return SAR_APPLICATION_NAME_INVALID;
     if (!szAdminPin || !szUserPin || !phApplication)
@@ -1343,9 +1321,7 @@ MOCK_EXPORT ULONG SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR s
 MOCK_EXPORT ULONG SKF_EnumApplication(DEVHANDLE hDev, LPSTR szAppName, ULONG *pulSize)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).ptr("buf", szAppName).size("size", pulSize));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     std::vector<std::string> names;
     for (const auto &a : h->dev->apps)
         names.push_back(a->name);
@@ -1355,9 +1331,7 @@ MOCK_EXPORT ULONG SKF_EnumApplication(DEVHANDLE hDev, LPSTR szAppName, ULONG *pu
 MOCK_EXPORT ULONG SKF_DeleteApplication(DEVHANDLE hDev, LPSTR szAppName)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).str("name", szAppName));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     App *a = szAppName ? findApp(h->dev, szAppName) : nullptr;
     if (!a)
         return SAR_APPLICATION_NOT_EXISTS;
@@ -1370,9 +1344,7 @@ MOCK_EXPORT ULONG SKF_DeleteApplication(DEVHANDLE hDev, LPSTR szAppName)
 MOCK_EXPORT ULONG SKF_OpenApplication(DEVHANDLE hDev, LPSTR szAppName, HAPPLICATION *phApplication)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).str("name", szAppName));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!phApplication)
         return SAR_INVALIDPARAMERR;
     App *a = szAppName ? findApp(h->dev, szAppName) : nullptr;
@@ -1404,9 +1376,7 @@ MOCK_EXPORT ULONG SKF_CloseApplication(HAPPLICATION hApplication)
 MOCK_EXPORT ULONG SKF_CreateContainer(HAPPLICATION hApplication, LPSTR szContainerName, HCONTAINER *phContainer)
 {
     MOCK_ENTER(Line(__func__).str("name", szContainerName));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (!szContainerName || !*szContainerName || std::strlen(szContainerName) > 64)
         return SAR_NAMELENERR;
     if (!phContainer)
@@ -1425,26 +1395,20 @@ MOCK_EXPORT ULONG SKF_CreateContainer(HAPPLICATION hApplication, LPSTR szContain
 MOCK_EXPORT ULONG SKF_DeleteContainer(HAPPLICATION hApplication, LPSTR szContainerName)
 {
     MOCK_ENTER(Line(__func__).str("name", szContainerName));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     Container *c = szContainerName ? findContainer(h->app, szContainerName) : nullptr;
     if (!c)
         return TW_ERR_CONTAINER_NOT_EXIST;
     if (loginMissing(h->app))
         return SAR_USER_NOT_LOGGED_IN;
-    closeHandlesIf([c](const Handle &x) { return x.container == c; });
-    auto &cs = h->app->containers;
-    cs.erase(std::find_if(cs.begin(), cs.end(), [c](const std::unique_ptr<Container> &x) { return x.get() == c; }));
+    removeContainer(h->app, c);
     return SAR_OK;
 }
 
 MOCK_EXPORT ULONG SKF_EnumContainer(HAPPLICATION hApplication, LPSTR szContainerName, ULONG *pulSize)
 {
     MOCK_ENTER(Line(__func__).ptr("buf", szContainerName).size("size", pulSize));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     return fillBytes(__func__, multiString(containerNames(h->app)), reinterpret_cast<BYTE *>(szContainerName),
                      pulSize);
 }
@@ -1452,9 +1416,7 @@ MOCK_EXPORT ULONG SKF_EnumContainer(HAPPLICATION hApplication, LPSTR szContainer
 MOCK_EXPORT ULONG SKF_OpenContainer(HAPPLICATION hApplication, LPSTR szContainerName, HCONTAINER *phContainer)
 {
     MOCK_ENTER(Line(__func__).str("name", szContainerName));
-    Handle *h;
-    if (ULONG r = resolve(hApplication, {Kind::App}, h))
-        return r;
+    MOCK_RESOLVE(h, hApplication, Kind::App);
     if (!phContainer)
         return SAR_INVALIDPARAMERR;
     Container *c = szContainerName ? findContainer(h->app, szContainerName) : nullptr;
@@ -1480,9 +1442,7 @@ MOCK_EXPORT ULONG SKF_CloseContainer(HCONTAINER hContainer)
 MOCK_EXPORT ULONG SKF_GetContainerType(HCONTAINER hContainer, ULONG *pulContainerType)
 {
     MOCK_ENTER(Line(__func__));
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     if (!pulContainerType)
         return SAR_INVALIDPARAMERR;
     *pulContainerType = h->container->type;
@@ -1492,9 +1452,7 @@ MOCK_EXPORT ULONG SKF_GetContainerType(HCONTAINER hContainer, ULONG *pulContaine
 MOCK_EXPORT ULONG SKF_ImportCertificate(HCONTAINER hContainer, BOOL bSignFlag, BYTE *pbCert, ULONG ulCertLen)
 {
     MOCK_ENTER(Line(__func__).num("sign", bSignFlag ? 1 : 0).num("len", ulCertLen));
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     if (!pbCert || !ulCertLen)
         return SAR_INDATALENERR;
     if (loginMissing(h->app))
@@ -1506,9 +1464,7 @@ MOCK_EXPORT ULONG SKF_ImportCertificate(HCONTAINER hContainer, BOOL bSignFlag, B
 MOCK_EXPORT ULONG SKF_ExportCertificate(HCONTAINER hContainer, BOOL bSignFlag, BYTE *pbCert, ULONG *pulCertLen)
 {
     MOCK_ENTER(Line(__func__).num("sign", bSignFlag ? 1 : 0).ptr("buf", pbCert).size("size", pulCertLen));
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     const Bytes &cert = bSignFlag ? h->container->signCert : h->container->encCert;
     if (cert.empty())
         return SAR_CERTNOTFOUNTERR;
@@ -1518,9 +1474,7 @@ MOCK_EXPORT ULONG SKF_ExportCertificate(HCONTAINER hContainer, BOOL bSignFlag, B
 MOCK_EXPORT ULONG SKF_GenRandom(DEVHANDLE hDev, BYTE *pbRandom, ULONG ulRandomLen)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).num("len", ulRandomLen));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!pbRandom && ulRandomLen)
         return SAR_INVALIDPARAMERR;
     static uint64_t counter = 0;
@@ -1607,9 +1561,7 @@ MOCK_EXPORT ULONG SKF_RSAVerify(DEVHANDLE hDev, RSAPUBLICKEYBLOB *pRSAPubKeyBlob
                                 BYTE *pbSignature, ULONG ulSignLen)
 {
     MOCK_ENTER(Line(__func__).num("len", ulDataLen).num("siglen", ulSignLen));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!pRSAPubKeyBlob || !pbData || !pbSignature)
         return SAR_INVALIDPARAMERR;
     const ULONG bits = pRSAPubKeyBlob->BitLen;
@@ -1624,9 +1576,7 @@ MOCK_EXPORT ULONG SKF_RSAExportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, 
                                           BYTE *pbData, ULONG *pulDataLen, HANDLE *phSessionKey)
 {
     MOCK_ENTER(Line(__func__).num("alg", ulAlgId).ptr("buf", pbData).size("size", pulDataLen));
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     if (!pPubKey || !phSessionKey)
         return SAR_INVALIDPARAMERR;
     const ULONG bits = pPubKey->BitLen == 1024 ? 1024 : 2048;
@@ -1704,9 +1654,7 @@ MOCK_EXPORT ULONG SKF_ECCVerify(DEVHANDLE hDev, ECCPUBLICKEYBLOB *pECCPubKeyBlob
                                 PECCSIGNATUREBLOB pSignature)
 {
     MOCK_ENTER(Line(__func__).num("len", ulDataLen));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!pECCPubKeyBlob || !pbData || !ulDataLen || !pSignature)
         return SAR_INVALIDPARAMERR;
     const Bytes expected =
@@ -1720,9 +1668,7 @@ MOCK_EXPORT ULONG SKF_GenerateAgreementDataWithECC(HCONTAINER hContainer, ULONG 
 {
     MOCK_ENTER(Line(__func__).num("alg", ulAlgId).num("idlen", ulIDLen));
     (void)pbID;
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     if (!pTempECCPubKeyBlob || !phAgreementHandle)
         return SAR_INVALIDPARAMERR;
     const Bytes temp = eccPublicKey(++world().keyCounter);
@@ -1743,9 +1689,7 @@ MOCK_EXPORT ULONG SKF_GenerateAgreementDataAndKeyWithECC(HANDLE hContainer, ULON
     (void)pSponsorTempECCPubKeyBlob;
     (void)pbID;
     (void)pbSponsorID;
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     if (!pTempECCPubKeyBlob || !phKeyHandle)
         return SAR_INVALIDPARAMERR;
     const Bytes temp = eccPublicKey(++world().keyCounter);
@@ -1764,9 +1708,7 @@ MOCK_EXPORT ULONG SKF_GenerateKeyWithECC(HANDLE hAgreementHandle, ECCPUBLICKEYBL
     (void)pECCPubKeyBlob;
     (void)pTempECCPubKeyBlob;
     (void)pbID;
-    Handle *h;
-    if (ULONG r = resolve(hAgreementHandle, {Kind::Agreement}, h))
-        return r;
+    MOCK_RESOLVE(h, hAgreementHandle, Kind::Agreement);
     if (!phKeyHandle)
         return SAR_INVALIDPARAMERR;
     Handle *kh = newHandle(Kind::Key, h->dev);
@@ -1779,9 +1721,7 @@ MOCK_EXPORT ULONG SKF_ECCExportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, 
                                           PECCCIPHERBLOB pData, HANDLE *phSessionKey)
 {
     MOCK_ENTER(Line(__func__).num("alg", ulAlgId).ptr("pubkey", pPubKey));
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     if (!pPubKey || !pData || !phSessionKey)
         return SAR_INVALIDPARAMERR;
     // 16 key bytes "wrapped" as they are: 165 + 16 bytes of blob.
@@ -1802,9 +1742,7 @@ MOCK_EXPORT ULONG SKF_ECCExportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, 
 MOCK_EXPORT ULONG SKF_ExportPublicKey(HCONTAINER hContainer, BOOL bSignFlag, BYTE *pbBlob, ULONG *pulBlobLen)
 {
     MOCK_ENTER(Line(__func__).num("sign", bSignFlag ? 1 : 0).ptr("buf", pbBlob).size("size", pulBlobLen));
-    Handle *h;
-    if (ULONG r = resolve(hContainer, {Kind::Container}, h))
-        return r;
+    MOCK_RESOLVE(h, hContainer, Kind::Container);
     const Bytes blob = publicKeyOf(*h->container, bSignFlag != 0);
     if (blob.empty())
         return SAR_KEYNOTFOUNTERR;
@@ -1819,9 +1757,7 @@ namespace {
 
 ULONG cipherInit(HANDLE hKey, bool encrypt)
 {
-    Handle *h;
-    if (ULONG r = resolve(hKey, {Kind::Key}, h))
-        return r;
+    MOCK_RESOLVE(h, hKey, Kind::Key);
     (encrypt ? h->encInit : h->decInit) = true;
     return SAR_OK;
 }
@@ -1831,9 +1767,7 @@ ULONG cipherInit(HANDLE hKey, bool encrypt)
 ULONG cipherRun(const char *function, HANDLE hKey, bool encrypt, BYTE *in, ULONG inLen, BYTE *out, ULONG *pulOutLen,
                 bool final)
 {
-    Handle *h;
-    if (ULONG r = resolve(hKey, {Kind::Key}, h))
-        return r;
+    MOCK_RESOLVE(h, hKey, Kind::Key);
     bool &init = encrypt ? h->encInit : h->decInit;
     if (!init)
         return SAR_NOTINITIALIZEERR;
@@ -1864,59 +1798,33 @@ MOCK_EXPORT ULONG SKF_ImportSessionKey(HCONTAINER hContainer, ULONG ulAlgId, BYT
     return SAR_OK;
 }
 
-MOCK_EXPORT ULONG SKF_EncryptInit(HANDLE hKey, BLOCKCIPHERPARAM EncryptParam)
-{
-    MOCK_ENTER(Line(__func__).num("ivlen", EncryptParam.IVLen).num("padding", EncryptParam.PaddingType)
-                   .num("feedbits", EncryptParam.FeedBitLen));
-    return cipherInit(hKey, true);
-}
+// Both directions alike, by name: SKF_EncryptInit, SKF_Encrypt,
+// SKF_EncryptUpdate, SKF_EncryptFinal and the Decrypt ones.
+#define MOCK_CIPHER_FUNCTIONS(Dir, encrypt)                                                                          \
+    MOCK_EXPORT ULONG SKF_##Dir##Init(HANDLE hKey, BLOCKCIPHERPARAM param)                                           \
+    {                                                                                                                \
+        MOCK_ENTER(Line(__func__).num("ivlen", param.IVLen).num("padding", param.PaddingType)                        \
+                       .num("feedbits", param.FeedBitLen));                                                          \
+        return cipherInit(hKey, encrypt);                                                                            \
+    }                                                                                                                \
+    MOCK_EXPORT ULONG SKF_##Dir(HANDLE hKey, BYTE *in, ULONG inLen, BYTE *out, ULONG *pulOutLen)                     \
+    {                                                                                                                \
+        MOCK_ENTER(Line(__func__).num("len", inLen).ptr("buf", out).size("size", pulOutLen));                        \
+        return cipherRun(__func__, hKey, encrypt, in, inLen, out, pulOutLen, true);                                  \
+    }                                                                                                                \
+    MOCK_EXPORT ULONG SKF_##Dir##Update(HANDLE hKey, BYTE *in, ULONG inLen, BYTE *out, ULONG *pulOutLen)             \
+    {                                                                                                                \
+        MOCK_ENTER(Line(__func__).num("len", inLen).ptr("buf", out).size("size", pulOutLen));                        \
+        return cipherRun(__func__, hKey, encrypt, in, inLen, out, pulOutLen, false);                                 \
+    }                                                                                                                \
+    MOCK_EXPORT ULONG SKF_##Dir##Final(HANDLE hKey, BYTE *out, ULONG *pulOutLen)                                     \
+    {                                                                                                                \
+        MOCK_ENTER(Line(__func__).ptr("buf", out).size("size", pulOutLen));                                          \
+        return cipherRun(__func__, hKey, encrypt, nullptr, 0, out, pulOutLen, true);                                 \
+    }
 
-MOCK_EXPORT ULONG SKF_Encrypt(HANDLE hKey, BYTE *pbData, ULONG ulDataLen, BYTE *pbEncryptedData,
-                              ULONG *pulEncryptedLen)
-{
-    MOCK_ENTER(Line(__func__).num("len", ulDataLen).ptr("buf", pbEncryptedData).size("size", pulEncryptedLen));
-    return cipherRun(__func__, hKey, true, pbData, ulDataLen, pbEncryptedData, pulEncryptedLen, true);
-}
-
-MOCK_EXPORT ULONG SKF_EncryptUpdate(HANDLE hKey, BYTE *pbData, ULONG ulDataLen, BYTE *pbEncryptedData,
-                                    ULONG *pulEncryptedLen)
-{
-    MOCK_ENTER(Line(__func__).num("len", ulDataLen).ptr("buf", pbEncryptedData).size("size", pulEncryptedLen));
-    return cipherRun(__func__, hKey, true, pbData, ulDataLen, pbEncryptedData, pulEncryptedLen, false);
-}
-
-MOCK_EXPORT ULONG SKF_EncryptFinal(HANDLE hKey, BYTE *pbEncryptedData, ULONG *pulEncryptedDataLen)
-{
-    MOCK_ENTER(Line(__func__).ptr("buf", pbEncryptedData).size("size", pulEncryptedDataLen));
-    return cipherRun(__func__, hKey, true, nullptr, 0, pbEncryptedData, pulEncryptedDataLen, true);
-}
-
-MOCK_EXPORT ULONG SKF_DecryptInit(HANDLE hKey, BLOCKCIPHERPARAM DecryptParam)
-{
-    MOCK_ENTER(Line(__func__).num("ivlen", DecryptParam.IVLen).num("padding", DecryptParam.PaddingType)
-                   .num("feedbits", DecryptParam.FeedBitLen));
-    return cipherInit(hKey, false);
-}
-
-MOCK_EXPORT ULONG SKF_Decrypt(HANDLE hKey, BYTE *pbEncryptedData, ULONG ulEncryptedLen, BYTE *pbData,
-                              ULONG *pulDataLen)
-{
-    MOCK_ENTER(Line(__func__).num("len", ulEncryptedLen).ptr("buf", pbData).size("size", pulDataLen));
-    return cipherRun(__func__, hKey, false, pbEncryptedData, ulEncryptedLen, pbData, pulDataLen, true);
-}
-
-MOCK_EXPORT ULONG SKF_DecryptUpdate(HANDLE hKey, BYTE *pbEncryptedData, ULONG ulEncryptedLen, BYTE *pbData,
-                                    ULONG *pulDataLen)
-{
-    MOCK_ENTER(Line(__func__).num("len", ulEncryptedLen).ptr("buf", pbData).size("size", pulDataLen));
-    return cipherRun(__func__, hKey, false, pbEncryptedData, ulEncryptedLen, pbData, pulDataLen, false);
-}
-
-MOCK_EXPORT ULONG SKF_DecryptFinal(HANDLE hKey, BYTE *pbDecryptedData, ULONG *pulDecryptedDataLen)
-{
-    MOCK_ENTER(Line(__func__).ptr("buf", pbDecryptedData).size("size", pulDecryptedDataLen));
-    return cipherRun(__func__, hKey, false, nullptr, 0, pbDecryptedData, pulDecryptedDataLen, true);
-}
+MOCK_CIPHER_FUNCTIONS(Encrypt, true)
+MOCK_CIPHER_FUNCTIONS(Decrypt, false)
 
 // ============================================================================
 // Digest
@@ -1927,9 +1835,7 @@ MOCK_EXPORT ULONG SKF_DigestInit(DEVHANDLE hDev, ULONG ulAlgID, ECCPUBLICKEYBLOB
 {
     const std::string id = pucID ? std::string(reinterpret_cast<const char *>(pucID), ulIDLen) : std::string("null");
     MOCK_ENTER(Line(__func__).num("alg", ulAlgID).ptr("pubkey", pPubKey).num("idlen", ulIDLen).text("id", id));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (ulAlgID != SGD_SM3 && ulAlgID != SGD_SHA1 && ulAlgID != SGD_SHA256)
         return SAR_NOTSUPPORTYETERR;
     if (!phHash)
@@ -1947,9 +1853,7 @@ MOCK_EXPORT ULONG SKF_DigestInit(DEVHANDLE hDev, ULONG ulAlgID, ECCPUBLICKEYBLOB
 MOCK_EXPORT ULONG SKF_Digest(HANDLE hHash, BYTE *pbData, ULONG ulDataLen, BYTE *pbHashData, ULONG *pulHashLen)
 {
     MOCK_ENTER(Line(__func__).num("len", ulDataLen).ptr("buf", pbHashData).size("size", pulHashLen));
-    Handle *h;
-    if (ULONG r = resolve(hHash, {Kind::Hash}, h))
-        return r;
+    MOCK_RESOLVE(h, hHash, Kind::Hash);
     if (!pulHashLen || (!pbData && ulDataLen))
         return SAR_INVALIDPARAMERR;
     const size_t n = hashLength(h->alg);
@@ -1969,9 +1873,7 @@ MOCK_EXPORT ULONG SKF_Digest(HANDLE hHash, BYTE *pbData, ULONG ulDataLen, BYTE *
 MOCK_EXPORT ULONG SKF_DigestUpdate(HANDLE hHash, BYTE *pbData, ULONG ulDataLen)
 {
     MOCK_ENTER(Line(__func__).num("len", ulDataLen));
-    Handle *h;
-    if (ULONG r = resolve(hHash, {Kind::Hash}, h))
-        return r;
+    MOCK_RESOLVE(h, hHash, Kind::Hash);
     if (!pbData && ulDataLen)
         return SAR_INVALIDPARAMERR;
     // Folding the part into the prefix gives the same value as one Digest
@@ -1984,9 +1886,7 @@ MOCK_EXPORT ULONG SKF_DigestUpdate(HANDLE hHash, BYTE *pbData, ULONG ulDataLen)
 MOCK_EXPORT ULONG SKF_DigestFinal(HANDLE hHash, BYTE *pHashData, ULONG *pulHashLen)
 {
     MOCK_ENTER(Line(__func__).ptr("buf", pHashData).size("size", pulHashLen));
-    Handle *h;
-    if (ULONG r = resolve(hHash, {Kind::Hash}, h))
-        return r;
+    MOCK_RESOLVE(h, hHash, Kind::Hash);
     return fillBytes(__func__, expand(fnv(h->prefix), hashLength(h->alg)), pHashData, pulHashLen);
 }
 
@@ -1997,9 +1897,7 @@ MOCK_EXPORT ULONG SKF_DigestFinal(HANDLE hHash, BYTE *pHashData, ULONG *pulHashL
 MOCK_EXPORT ULONG SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM *pMacParam, HANDLE *phMac)
 {
     MOCK_ENTER(Line(__func__).ptr("param", pMacParam));
-    Handle *h;
-    if (ULONG r = resolve(hKey, {Kind::Key}, h))
-        return r;
+    MOCK_RESOLVE(h, hKey, Kind::Key);
     if (!phMac)
         return SAR_INVALIDPARAMERR;
     Handle *mh = newHandle(Kind::Mac, h->dev);
@@ -2011,18 +1909,14 @@ MOCK_EXPORT ULONG SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM *pMacParam, HANDLE *
 MOCK_EXPORT ULONG SKF_Mac(HANDLE hMac, BYTE *pbData, ULONG ulDataLen, BYTE *pbMacData, ULONG *pulMacLen)
 {
     MOCK_ENTER(Line(__func__).num("len", ulDataLen).ptr("buf", pbMacData).size("size", pulMacLen));
-    Handle *h;
-    if (ULONG r = resolve(hMac, {Kind::Mac}, h))
-        return r;
+    MOCK_RESOLVE(h, hMac, Kind::Mac);
     return fillBytes(__func__, expand(fnv(fromRaw(pbData, ulDataLen), fnv(h->key)), 16), pbMacData, pulMacLen);
 }
 
 MOCK_EXPORT ULONG SKF_MacUpdate(HANDLE hMac, BYTE *pbData, ULONG ulDataLen)
 {
     MOCK_ENTER(Line(__func__).num("len", ulDataLen));
-    Handle *h;
-    if (ULONG r = resolve(hMac, {Kind::Mac}, h))
-        return r;
+    MOCK_RESOLVE(h, hMac, Kind::Mac);
     const Bytes part = fromRaw(pbData, ulDataLen);
     h->prefix.insert(h->prefix.end(), part.begin(), part.end());
     return SAR_OK;
@@ -2031,9 +1925,7 @@ MOCK_EXPORT ULONG SKF_MacUpdate(HANDLE hMac, BYTE *pbData, ULONG ulDataLen)
 MOCK_EXPORT ULONG SKF_MacFinal(HANDLE hMac, BYTE *pbMacData, ULONG *pulMacDataLen)
 {
     MOCK_ENTER(Line(__func__).ptr("buf", pbMacData).size("size", pulMacDataLen));
-    Handle *h;
-    if (ULONG r = resolve(hMac, {Kind::Mac}, h))
-        return r;
+    MOCK_RESOLVE(h, hMac, Kind::Mac);
     return fillBytes(__func__, expand(fnv(h->prefix, fnv(h->key)), 16), pbMacData, pulMacDataLen);
 }
 
@@ -2050,9 +1942,7 @@ MOCK_EXPORT ULONG SKF_CloseHandle(HANDLE hHandle)
 MOCK_EXPORT ULONG SKF_SetSymmKey(DEVHANDLE hDev, BYTE *pbKey, ULONG ulAlgID, HANDLE *phKey)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)).num("alg", ulAlgID));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!pbKey || !phKey)
         return SAR_INVALIDPARAMERR;
     Handle *kh = newHandle(Kind::Key, h->dev);
@@ -2080,9 +1970,7 @@ MOCK_EXPORT ULONG SKF_ExtECCEncrypt(DEVHANDLE hDev, ECCPUBLICKEYBLOB *pECCPubKey
                                     ULONG ulPlainTextLen, PECCCIPHERBLOB pCipherText)
 {
     MOCK_ENTER(Line(__func__).num("len", ulPlainTextLen));
-    Handle *h;
-    if (ULONG r = resolve(hDev, {Kind::Device}, h))
-        return r;
+    MOCK_RESOLVE(h, hDev, Kind::Device);
     if (!pECCPubKeyBlob || !pCipherText || (!pbPlainText && ulPlainTextLen))
         return SAR_INVALIDPARAMERR;
     std::memset(pCipherText, 0, offsetof(ECCCIPHERBLOB, Cipher));

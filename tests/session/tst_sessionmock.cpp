@@ -137,13 +137,11 @@ private slots:
 
     // Opening and closing.
     void newSessionConnectsAndSavesSerial();
-    void openWithin800msTouchesNothing();
-    void openAfter800msProbesOnly();
+    void openProbesOnlyAfter800ms();
     void failingProbeReconnects();
     void replacedTokenReconnects();
     void pulledTokenFailsToReopen();
     void applicationWithoutContainerDoesNotOpen();
-    void blankTokenDoesNotOpen();
     void firstApplicationFailingSecondOpens();
     void unchangedStateFileKeepsConnectedSession();
     void closeOnlyLogsCloseV1Ends();
@@ -195,6 +193,8 @@ private slots:
     void formatKeyIgnoresFailedDeletions();
 
 private:
+    // The token of init() without its container, or also without its application.
+    void bareToken(bool withApp);
     Session *session(KeyDriverPackage *package = nullptr, const char *dev = kDev);
     Session *openSession(KeyDriverPackage *package = nullptr, const char *dev = kDev);
     KeyDriverPackage *package(const KdpConfig &config);
@@ -250,6 +250,14 @@ void TestSessionMock::cleanup()
     m_sessions.clear();
     // The first package serves the whole run.
     m_packages.resize(1);
+}
+
+void TestSessionMock::bareToken(bool withApp)
+{
+    m_mock.reset();
+    m_mock.add_device(kDev, kSerial);
+    if (withApp)
+        m_mock.add_app(kDev, kApp);
 }
 
 Session *TestSessionMock::session(KeyDriverPackage *package, const char *dev)
@@ -314,18 +322,12 @@ void TestSessionMock::newSessionConnectsAndSavesSerial()
     QVERIFY(!s->isNeedEnumFile());
 }
 
-void TestSessionMock::openWithin800msTouchesNothing()
+void TestSessionMock::openProbesOnlyAfter800ms()
 {
     Session *s = openSession();
     QVERIFY(s);
     QVERIFY(s->open());
     QCOMPARE(m_mock.calls(), QStringList());
-}
-
-void TestSessionMock::openAfter800msProbesOnly()
-{
-    Session *s = openSession();
-    QVERIFY(s);
     // The real clock, once: the rule is about wall time.
     QTest::qSleep(850);
     QVERIFY(s->open());
@@ -391,9 +393,7 @@ void TestSessionMock::pulledTokenFailsToReopen()
 
 void TestSessionMock::applicationWithoutContainerDoesNotOpen()
 {
-    m_mock.reset();
-    m_mock.add_device(kDev, kSerial);
-    m_mock.add_app(kDev, kApp);
+    bareToken(true);
     Session *s = session();
     QVERIFY(!s->open());
     QVERIFY(!s->isOpen());
@@ -403,20 +403,9 @@ void TestSessionMock::applicationWithoutContainerDoesNotOpen()
     QVERIFY(logged("open", QStringLiteral(" end")));
 }
 
-void TestSessionMock::blankTokenDoesNotOpen()
-{
-    m_mock.reset();
-    m_mock.add_device(kDev, kSerial);
-    Session *s = session();
-    QVERIFY(!s->open());
-    QVERIFY(logged("open", QStringLiteral(" end. appNameList.count = 0")));
-    QCOMPARE(calls("SKF_OpenApplication"), 0);
-}
-
 void TestSessionMock::firstApplicationFailingSecondOpens()
 {
-    m_mock.reset();
-    m_mock.add_device(kDev, kSerial);
+    bareToken(false);
     m_mock.add_app(kDev, "APP0");
     m_mock.add_container(kDev, "APP0", "c0", CONTAINER_TYPE_ECC);
     m_mock.add_app(kDev, kApp);
@@ -446,9 +435,7 @@ void TestSessionMock::firstApplicationFailingSecondOpens()
 
 void TestSessionMock::unchangedStateFileKeepsConnectedSession()
 {
-    m_mock.reset();
-    m_mock.add_device(kDev, kSerial);
-    m_mock.add_app(kDev, kApp);
+    bareToken(true);
     Session *s = session();
     // Connects, finds no container, and writes its serial number.
     QVERIFY(!s->open());
@@ -534,11 +521,12 @@ void TestSessionMock::isKeyDisConnectProbes()
 
 void TestSessionMock::openApplicationForms()
 {
-    m_mock.reset();
-    m_mock.add_device(kDev, kSerial);
+    bareToken(false);
     Session *s = session();
     QVERIFY(!s->open());
     QVERIFY(!s->hasApp());
+    QVERIFY(logged("open", QStringLiteral(" end. appNameList.count = 0")));
+    QCOMPARE(calls("SKF_OpenApplication"), 0);
 
     // Connected, no application on the token.
     QVERIFY(!s->openApplication());
@@ -879,7 +867,7 @@ void TestSessionMock::pinInfo()
 void TestSessionMock::fileGuards()
 {
     const QByteArray old("old content");
-    m_mock.add_file(kDev, kApp, "f", reinterpret_cast<const unsigned char *>(old.constData()), unsigned(old.size()));
+    m_mock.addFile(kDev, kApp, "f", old);
     Session *s = openSession();
     QVERIFY(s);
 
@@ -982,7 +970,7 @@ void TestSessionMock::readFileNameEncodings()
 void TestSessionMock::writeFileV1Replaces()
 {
     const QByteArray old(100, 'o');
-    m_mock.add_file(kDev, kApp, "f", reinterpret_cast<const unsigned char *>(old.constData()), 100);
+    m_mock.addFile(kDev, kApp, "f", old);
     m_mock.set_file_rights(kDev, kApp, "f", 0x10, 0x10);
     Session *s = openSession();
     QVERIFY(s);
@@ -1056,7 +1044,7 @@ void TestSessionMock::writeFileV1CfcaReading()
 void TestSessionMock::enumFilesSizeQueryFailureKeepsSession()
 {
     const QByteArray one("1");
-    m_mock.add_file(kDev, kApp, "a", reinterpret_cast<const unsigned char *>(one.constData()), 1);
+    m_mock.addFile(kDev, kApp, "a", one);
     Session *s = openSession();
     QVERIFY(s);
     QCOMPARE(s->enumFiles(), QStringList{QStringLiteral("a")});
@@ -1084,9 +1072,9 @@ void TestSessionMock::oversizedListsAreRefused()
 {
     QFETCH(QString, function);
     QFETCH(bool, keepsSession);
-    m_mock.add_file(kDev, kApp, "a", reinterpret_cast<const unsigned char *>("1"), 1);
+    m_mock.addFile(kDev, kApp, "a", QByteArray("1"));
     const QByteArray der("certificate");
-    m_mock.set_cert(kDev, kApp, "c1", 1, reinterpret_cast<const unsigned char *>(der.constData()), unsigned(der.size()));
+    m_mock.setCert(kDev, kApp, "c1", true, der);
     Session *s = openSession();
     QVERIFY(s);
     Qt::HANDLE container = s->openContainer(QStringLiteral("c1"));
@@ -1186,7 +1174,7 @@ void TestSessionMock::certificates()
 {
     m_mock.add_container(kDev, kApp, "c2", CONTAINER_TYPE_ECC);
     const QByteArray der = QByteArray::fromHex("3082010a0282010100c0ffee");
-    m_mock.set_cert(kDev, kApp, "c2", 1, reinterpret_cast<const unsigned char *>(der.constData()), unsigned(der.size()));
+    m_mock.setCert(kDev, kApp, "c2", true, der);
     Session *s = openSession();
     QVERIFY(s);
 
@@ -1294,9 +1282,8 @@ void TestSessionMock::pulledTokenDuringOperation()
     QFETCH(int, index);
     const PulledCase &c = pulledCases().at(index);
     const QByteArray data("some data");
-    m_mock.add_file(kDev, kApp, "f", reinterpret_cast<const unsigned char *>(data.constData()), unsigned(data.size()));
-    m_mock.set_cert(kDev, kApp, "c1", 1, reinterpret_cast<const unsigned char *>(data.constData()),
-                    unsigned(data.size()));
+    m_mock.addFile(kDev, kApp, "f", data);
+    m_mock.setCert(kDev, kApp, "c1", true, data);
     Session *s = openSession();
     QVERIFY(s);
     m_core.setLastError(kPreset);
@@ -1376,9 +1363,9 @@ void TestSessionMock::failureStepsKeepTheirOrder()
 void TestSessionMock::formatKeyMovesAdminPinOver()
 {
     for (const char *name : {"f1", "f2"})
-        m_mock.add_file(kDev, kApp, name, reinterpret_cast<const unsigned char *>("x"), 1);
+        m_mock.addFile(kDev, kApp, name, QByteArray("x"));
     const QByteArray der("certificate");
-    m_mock.set_cert(kDev, kApp, "c1", 1, reinterpret_cast<const unsigned char *>(der.constData()), unsigned(der.size()));
+    m_mock.setCert(kDev, kApp, "c1", true, der);
     KdpConfig config;
     config.ap = KdpFixture::encodeAdminPin(QString::fromLatin1(kAdminPin));
     Session *s = openSession(package(config));
@@ -1405,7 +1392,7 @@ void TestSessionMock::formatKeyMovesAdminPinOver()
 
 void TestSessionMock::formatKeyFailsWithoutAnyAdminPin()
 {
-    m_mock.add_file(kDev, kApp, "f1", reinterpret_cast<const unsigned char *>("x"), 1);
+    m_mock.addFile(kDev, kApp, "f1", QByteArray("x"));
     Session *s = openSession();
     QVERIFY(s);
     QVERIFY(!s->formatKey());
@@ -1422,7 +1409,7 @@ void TestSessionMock::formatKeyIgnoresFailedDeletions()
 {
     m_mock.set_pin(kDev, kApp, 0, kBuiltInAdminPin, 10);
     for (const char *name : {"f1", "f2"})
-        m_mock.add_file(kDev, kApp, name, reinterpret_cast<const unsigned char *>("x"), 1);
+        m_mock.addFile(kDev, kApp, name, QByteArray("x"));
     Session *s = openSession();
     QVERIFY(s);
     m_mock.fail("SKF_DeleteFile", SAR_FILEERR, -1);

@@ -88,6 +88,13 @@ private:
     {
         return m_host->call<R>(m_key, method, std::forward<A>(args)...);
     }
+    // eccExportSessionKey with its out-argument; the key handle into `key` when given.
+    QByteArray exportSessionKey(Qt::HANDLE container, const QByteArray &pub, Qt::HANDLE *key = nullptr)
+    {
+        Qt::HANDLE local = nullptr;
+        TWPtr out{"Qt::HANDLE*", key ? key : &local};
+        return call<QByteArray>("eccExportSessionKey", container, quint64(SGD_SM4_ECB), pub, out);
+    }
     template <typename... A>
     void callVoid(const char *method, A &&...args)
     {
@@ -268,21 +275,11 @@ void TestSessionCryptoMock::guardsRefuseWithoutCallingTheToken()
         {"eccSimpleVerify, null container",
          [&] { return !call<bool>("eccSimpleVerify", kNull, some, some, true); }, SAR_INVALIDHANDLEERR,
          guardLog("eccSimpleVerify", " end . container is null")},
-        {"eccExportSessionKey, null container",
-         [&] {
-             Qt::HANDLE key = nullptr;
-             TWPtr out{"Qt::HANDLE*", &key};
-             return call<QByteArray>("eccExportSessionKey", kNull, quint64(SGD_SM4_ECB), some, out).isEmpty();
-         },
+        {"eccExportSessionKey, null container", [&] { return exportSessionKey(kNull, some).isEmpty(); },
          SAR_INVALIDHANDLEERR,
          {line("eccExportSessionKey", QStringLiteral("start")),
           line("eccExportSessionKey", QStringLiteral(" end. container = null"))}},
-        {"eccExportSessionKey, empty public key",
-         [&] {
-             Qt::HANDLE key = nullptr;
-             TWPtr out{"Qt::HANDLE*", &key};
-             return call<QByteArray>("eccExportSessionKey", m_ecc, quint64(SGD_SM4_ECB), none, out).isEmpty();
-         },
+        {"eccExportSessionKey, empty public key", [&] { return exportSessionKey(m_ecc, none).isEmpty(); },
          SAR_INVALIDPARAMERR,
          {line("eccExportSessionKey", QStringLiteral("start")), line("eccExportSessionKey", QStringLiteral(" end"))}},
         {"importSessionKey, null container",
@@ -373,13 +370,7 @@ void TestSessionCryptoMock::guardsRefuseWithoutCallingTheToken()
          SAR_USER_NOT_LOGGED_IN, guardLog("eccSimpleSign", noApp)},
         {"eccSimpleVerify", [&] { return !call<bool>("eccSimpleVerify", kNull, some, some, true); },
          SAR_USER_NOT_LOGGED_IN, guardLog("eccSimpleVerify", noDev)},
-        {"eccExportSessionKey",
-         [&] {
-             Qt::HANDLE key = nullptr;
-             TWPtr out{"Qt::HANDLE*", &key};
-             return call<QByteArray>("eccExportSessionKey", kNull, quint64(SGD_SM4_ECB), none, out).isEmpty();
-         },
-         SAR_USER_NOT_LOGGED_IN,
+        {"eccExportSessionKey", [&] { return exportSessionKey(kNull, none).isEmpty(); }, SAR_USER_NOT_LOGGED_IN,
          {line("eccExportSessionKey", QStringLiteral("start")), line("eccExportSessionKey", QString::fromLatin1(noDev))}},
         {"importSessionKey",
          [&] { return !call<Qt::HANDLE>("importSessionKey", kNull, quint64(SGD_SM4_ECB), none, quint64(0)); },
@@ -678,8 +669,7 @@ void TestSessionCryptoMock::eccExportSessionKeyKeepsTheSession()
 
     resetWitnesses();
     Qt::HANDLE sessionKey = nullptr;
-    TWPtr out{"Qt::HANDLE*", &sessionKey};
-    const QByteArray blob = call<QByteArray>("eccExportSessionKey", m_ecc, quint64(SGD_SM4_ECB), encPub, out);
+    const QByteArray blob = exportSessionKey(m_ecc, encPub, &sessionKey);
     // All 197 bytes, whatever CipherLen says: 16 cipher bytes here, the rest zero.
     const int cipherAt = int(offsetof(ECCCIPHERBLOB, Cipher));
     QCOMPARE(blob.size(), SKF_ECCCIPHERBLOB_BUFFER_SIZE);
@@ -703,8 +693,7 @@ void TestSessionCryptoMock::eccExportSessionKeyKeepsTheSession()
     // A removed token fails the export but never closes the session here.
     resetWitnesses();
     m_mock->fail("SKF_ECCExportSessionKey", kRemoved, 1);
-    sessionKey = nullptr;
-    QVERIFY(call<QByteArray>("eccExportSessionKey", m_ecc, quint64(SGD_SM4_ECB), encPub, out).isEmpty());
+    QVERIFY(exportSessionKey(m_ecc, encPub).isEmpty());
     QCOMPARE(m_host->lastError(), uint(kRemoved));
     QCOMPARE(plainErrors().last(),
              line("eccExportSessionKey", QStringLiteral(" pSKF_ECCExportSessionKey failed.ret = %1").arg(kRemoved)));
@@ -865,33 +854,39 @@ void TestSessionCryptoMock::sealWithoutEpsFunctions()
 {
     QVERIFY(start(QStringLiteral(MOCKSKF_NOEPS_PATH)));
     const QByteArray some("data");
-    auto refusal = [](const char *op, const char *words) {
-        return QStringList{line(op, QStringLiteral(" start")), line(op, QString::fromLatin1(words))};
+    struct Case
+    {
+        const char *op;
+        std::function<bool()> failed;
+        quint32 code;
+        const char *words;
     };
-
-    expectRefused("epsImportSymmKey", [&] {
-        return !call<bool>("epsImportSymmKey", m_ecc, quint64(1), some, quint64(4), quint64(0));
-    }, SAR_INVALIDHANDLEERR, refusal("epsImportSymmKey", " end . pEPS_ImportSymmKey is null"));
-    expectRefused("epsImportSymmKey, short form", [&] {
-        return !call<bool>("epsImportSymmKey", m_ecc, quint64(1), some, quint64(4));
-    }, SAR_INVALIDHANDLEERR, refusal("epsImportSymmKey", " end . pEPS_ImportSymmKey is null"));
-    // The container is checked before the function.
-    expectRefused("epsImportSymmKey, null container", [&] {
-        return !call<bool>("epsImportSymmKey", kNull, quint64(1), some, quint64(4), quint64(0));
-    }, SAR_INVALIDHANDLEERR, refusal("epsImportSymmKey", " end. container = null"));
-    expectRefused("epsReadESealData", [&] {
-        return call<QByteArray>("epsReadESealData", quint64(1), quint64(0), quint64(0)).isEmpty();
-    }, SAR_INVALIDHANDLEERR, refusal("epsReadESealData", " end . pEPS_ReadESealData is null"));
-    expectRefused("epsReadESealData, short form", [&] {
-        return call<QByteArray>("epsReadESealData", quint64(1), quint64(0)).isEmpty();
-    }, SAR_INVALIDHANDLEERR, refusal("epsReadESealData", " end . pEPS_ReadESealData is null"));
-    expectRefused("epsWriteESealData", [&] {
-        return !call<bool>("epsWriteESealData", some, quint64(4), quint64(0));
-    }, SAR_INVALIDHANDLEERR, refusal("epsWriteESealData", " end . pEPS_WriteESealData is null"));
-    // The data is checked before the function.
-    expectRefused("epsWriteESealData, empty data", [&] {
-        return !call<bool>("epsWriteESealData", QByteArray(), quint64(4));
-    }, SAR_INDATALENERR, refusal("epsWriteESealData", " end. szData invalid"));
+    const char *noImport = " end . pEPS_ImportSymmKey is null";
+    const char *noRead = " end . pEPS_ReadESealData is null";
+    const QList<Case> cases = {
+        {"epsImportSymmKey", [&] { return !call<bool>("epsImportSymmKey", m_ecc, quint64(1), some, quint64(4), quint64(0)); },
+         SAR_INVALIDHANDLEERR, noImport},
+        {"epsImportSymmKey", [&] { return !call<bool>("epsImportSymmKey", m_ecc, quint64(1), some, quint64(4)); },
+         SAR_INVALIDHANDLEERR, noImport},
+        // The container is checked before the function.
+        {"epsImportSymmKey", [&] { return !call<bool>("epsImportSymmKey", kNull, quint64(1), some, quint64(4), quint64(0)); },
+         SAR_INVALIDHANDLEERR, " end. container = null"},
+        {"epsReadESealData", [&] { return call<QByteArray>("epsReadESealData", quint64(1), quint64(0), quint64(0)).isEmpty(); },
+         SAR_INVALIDHANDLEERR, noRead},
+        {"epsReadESealData", [&] { return call<QByteArray>("epsReadESealData", quint64(1), quint64(0)).isEmpty(); },
+         SAR_INVALIDHANDLEERR, noRead},
+        {"epsWriteESealData", [&] { return !call<bool>("epsWriteESealData", some, quint64(4), quint64(0)); },
+         SAR_INVALIDHANDLEERR, " end . pEPS_WriteESealData is null"},
+        // The data is checked before the function.
+        {"epsWriteESealData", [&] { return !call<bool>("epsWriteESealData", QByteArray(), quint64(4)); },
+         SAR_INDATALENERR, " end. szData invalid"},
+    };
+    for (const Case &c : cases) {
+        expectRefused(c.op, c.failed, c.code,
+                      {line(c.op, QStringLiteral(" start")), line(c.op, QString::fromLatin1(c.words))});
+        if (QTest::currentTestFailed())
+            return;
+    }
 
     // The session stays open and usable.
     QCOMPARE(call<QByteArray>("exportPublicKey", m_ecc, true).size(), SKF_ECCPUBLICKEYBLOB_SIZE);
@@ -958,10 +953,7 @@ void TestSessionCryptoMock::shortBuffersAreNeverReadPast()
     QCOMPARE(m_mock->count("SKF_RSAVerify"), 1);
     QVERIFY(call<bool>("importECCKeyPair", m_ecc, QByteArray(8, '\x02')));
     QCOMPARE(m_mock->calls().last(), QStringLiteral("SKF_ImportECCKeyPair blob=set"));
-    Qt::HANDLE sessionKey = nullptr;
-    TWPtr out{"Qt::HANDLE*", &sessionKey};
-    QCOMPARE(call<QByteArray>("eccExportSessionKey", m_ecc, quint64(SGD_SM4_ECB), shortKey, out).size(),
-             SKF_ECCCIPHERBLOB_BUFFER_SIZE);
+    QCOMPARE(exportSessionKey(m_ecc, shortKey).size(), SKF_ECCCIPHERBLOB_BUFFER_SIZE);
     // A compact signature where the blob belongs is padded, not over-read.
     QVERIFY(call<bool>("eccSimpleVerify", m_ecc, QByteArray("data"), QByteArray(10, '\x03'), true) == false);
 }

@@ -113,7 +113,7 @@ private slots:
     void sealReadsBackByteForByte();
 
 private:
-    bool start(const SoftTokenEngine::ContainerSetup &container);
+    bool start(const SoftTokenEngine::ContainerSetup &container, bool login);
     QString writeFile(const QString &name, const QByteArray &data);
     int openssl(const QStringList &args);
     const char *opensslSaid() const { return m_opensslOutput.constData(); }
@@ -130,12 +130,14 @@ private:
     KdpFixture m_kdp;
     std::unique_ptr<TestHost> m_host;
     QObject *m_key = nullptr;
+    Qt::HANDLE m_c = nullptr;
     QByteArray m_opensslOutput;
 };
 
 // One token in a store of its own with one container, seen through a
-// package of the software token library; the key is open, not logged in.
-bool TestSessionCryptoSoftToken::start(const SoftTokenEngine::ContainerSetup &container)
+// package of the software token library; the key and the container (m_c)
+// are open, logged in when asked.
+bool TestSessionCryptoSoftToken::start(const SoftTokenEngine::ContainerSetup &container, bool login)
 {
     if (!m_store.isValid() || !m_files.isValid() || !m_kdp.isValid()) {
         QTest::qFail("no temporary directory", __FILE__, __LINE__);
@@ -163,7 +165,14 @@ bool TestSessionCryptoSoftToken::start(const SoftTokenEngine::ContainerSetup &co
                      __LINE__);
         return false;
     }
-    return true;
+    if (login && !call<bool>("verifyPin", kUserPin, false)) {
+        QTest::qFail("verifyPin failed", __FILE__, __LINE__);
+        return false;
+    }
+    m_c = call<Qt::HANDLE>("openContainer", container.name);
+    if (!m_c)
+        QTest::qFail("the container does not open", __FILE__, __LINE__);
+    return m_c != nullptr;
 }
 
 QString TestSessionCryptoSoftToken::writeFile(const QString &name, const QByteArray &data)
@@ -190,29 +199,27 @@ int TestSessionCryptoSoftToken::openssl(const QStringList &args)
 
 void TestSessionCryptoSoftToken::eccSimpleSignatureVerifiesWithOpenssl()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
-    Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("sm2"));
-    QVERIFY(c);
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}, false));
     const QByteArray message("A message signed on the token, checked by openssl.");
 
     // Not logged in: the token refuses, and what is left is 32 zero bytes
     // with the token's code.
     m_host->core().setLastError(0);
-    QCOMPARE(call<QByteArray>("eccSimpleSign", c, message, true), QByteArray(32, '\0'));
+    QCOMPARE(call<QByteArray>("eccSimpleSign", m_c, message, true), QByteArray(32, '\0'));
     QCOMPARE(m_host->lastError(), uint(SAR_USER_NOT_LOGGED_IN));
 
     QVERIFY(call<bool>("verifyPin", kUserPin, false));
-    const QByteArray signature = call<QByteArray>("eccSimpleSign", c, message, true);
+    const QByteArray signature = call<QByteArray>("eccSimpleSign", m_c, message, true);
     QCOMPARE(signature.size(), 64);
-    QVERIFY(call<bool>("eccSimpleVerify", c, message, signature, true));
-    QVERIFY(!call<bool>("eccSimpleVerify", c, message + '.', signature, true));
+    QVERIFY(call<bool>("eccSimpleVerify", m_c, message, signature, true));
+    QVERIFY(!call<bool>("eccSimpleVerify", m_c, message + '.', signature, true));
     QByteArray forged = signature;
     forged[63] = char(forged.at(63) ^ 0x01);
-    QVERIFY(!call<bool>("eccSimpleVerify", c, message, forged, true));
+    QVERIFY(!call<bool>("eccSimpleVerify", m_c, message, forged, true));
 
     // The same signature by the openssl command line, with SM3, the default
     // id and the exported public key; another id or message fails.
-    const QByteArray pub = call<QByteArray>("exportPublicKey", c, true);
+    const QByteArray pub = call<QByteArray>("exportPublicKey", m_c, true);
     QCOMPARE(pub.size(), SKF_ECCPUBLICKEYBLOB_SIZE);
     QString error;
     const QByteArray pem = BlobConverter::eccPublicBlobToPem(pub, &error);
@@ -234,20 +241,17 @@ void TestSessionCryptoSoftToken::eccSimpleSignatureVerifiesWithOpenssl()
 
 void TestSessionCryptoSoftToken::rsaSignatureVerifiesWithOpenssl()
 {
-    QVERIFY(start({QStringLiteral("rsa"), SoftTokenEngine::ContainerSetup::Empty}));
-    QVERIFY(call<bool>("verifyPin", kUserPin, false));
-    Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("rsa"));
-    QVERIFY(c);
+    QVERIFY(start({QStringLiteral("rsa"), SoftTokenEngine::ContainerSetup::Empty}, true));
 
     // The one RSA 2048 key of the suite.
-    const QByteArray blob = call<QByteArray>("genRSAKeyPair", c, quint64(2048));
+    const QByteArray blob = call<QByteArray>("genRSAKeyPair", m_c, quint64(2048));
     QCOMPARE(blob.size(), SKF_RSAPUBLICKEYBLOB_SIZE);
-    QCOMPARE(call<QByteArray>("exportPublicKey", c, true), blob);
+    QCOMPARE(call<QByteArray>("exportPublicKey", m_c, true), blob);
 
     // The session adds no DigestInfo: the caller's bytes are what gets signed.
     const QByteArray message("A message for a PKCS#1 v1.5 signature.");
     const QByteArray digestInfo = sha256DigestInfo(message);
-    const QByteArray signature = call<QByteArray>("rsaSignData", c, digestInfo);
+    const QByteArray signature = call<QByteArray>("rsaSignData", m_c, digestInfo);
     QCOMPARE(signature.size(), 256);
     QVERIFY(call<bool>("rsaVerify", blob, digestInfo, signature));
     QByteArray forged = signature;
@@ -274,7 +278,7 @@ void TestSessionCryptoSoftToken::rsaSignatureVerifiesWithOpenssl()
 
 void TestSessionCryptoSoftToken::digestsMatchOpenssl()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}, false));
     const QByteArray data = pattern(1500, 1);
 
     struct Alg
@@ -291,8 +295,7 @@ void TestSessionCryptoSoftToken::digestsMatchOpenssl()
     }
 
     // With the public key and an id, the token hashes Z first.
-    Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("sm2"));
-    const QByteArray pub = call<QByteArray>("exportPublicKey", c, true);
+    const QByteArray pub = call<QByteArray>("exportPublicKey", m_c, true);
     QCOMPARE(pub.size(), SKF_ECCPUBLICKEYBLOB_SIZE);
     for (const QString &id : {kDefaultId, QStringLiteral("ALICE123@YAHOO.COM")}) {
         Qt::HANDLE hash = call<Qt::HANDLE>("digestInit", quint64(SGD_SM3), pub, id);
@@ -306,12 +309,9 @@ void TestSessionCryptoSoftToken::digestsMatchOpenssl()
 
 void TestSessionCryptoSoftToken::exportedSessionKeyDecryptsAfterImport()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
-    QVERIFY(call<bool>("verifyPin", kUserPin, false));
-    Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("sm2"));
-    QVERIFY(c);
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}, true));
     // Wrapped under the container's encryption key, which unwraps it on import.
-    const QByteArray encPub = call<QByteArray>("exportPublicKey", c, false);
+    const QByteArray encPub = call<QByteArray>("exportPublicKey", m_c, false);
     QCOMPARE(encPub.size(), SKF_ECCPUBLICKEYBLOB_SIZE);
 
     struct Mode
@@ -333,7 +333,7 @@ void TestSessionCryptoSoftToken::exportedSessionKeyDecryptsAfterImport()
 
         Qt::HANDLE exported = nullptr;
         TWPtr out{"Qt::HANDLE*", &exported};
-        const QByteArray blob = call<QByteArray>("eccExportSessionKey", c, mode.alg, encPub, out);
+        const QByteArray blob = call<QByteArray>("eccExportSessionKey", m_c, mode.alg, encPub, out);
         QVERIFY2(blob.size() == SKF_ECCCIPHERBLOB_BUFFER_SIZE, mode.name);
         QVERIFY2(exported, mode.name);
         QVERIFY2(call<bool>("encryptInit", exported, param), mode.name);
@@ -341,7 +341,7 @@ void TestSessionCryptoSoftToken::exportedSessionKeyDecryptsAfterImport()
         QVERIFY2(cipher.size() == mode.cipherSize, mode.name);
         QVERIFY2(cipher.left(plain.size()) != plain, mode.name);
 
-        Qt::HANDLE imported = call<Qt::HANDLE>("importSessionKey", c, mode.alg, blob, quint64(blob.size()));
+        Qt::HANDLE imported = call<Qt::HANDLE>("importSessionKey", m_c, mode.alg, blob, quint64(blob.size()));
         QVERIFY2(imported, mode.name);
         QVERIFY2(call<bool>("decryptInit", imported, param), mode.name);
         QVERIFY2(call<QByteArray>("decrypt", imported, cipher, quint64(cipher.size())) == plain, mode.name);
@@ -356,10 +356,7 @@ void TestSessionCryptoSoftToken::exportedSessionKeyDecryptsAfterImport()
 // zeros, never a read past its array (the sanitizer build would stop there).
 void TestSessionCryptoSoftToken::envelopeCipherTailIsNeverReadPast()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
-    QVERIFY(call<bool>("verifyPin", kUserPin, false));
-    Qt::HANDLE c = call<Qt::HANDLE>("openContainer", QStringLiteral("sm2"));
-    QVERIFY(c);
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}, true));
 
     QByteArray env(int(sizeof(ENVELOPEDKEYBLOB)), '\0');
     auto *blob = reinterpret_cast<ENVELOPEDKEYBLOB *>(env.data());
@@ -370,14 +367,13 @@ void TestSessionCryptoSoftToken::envelopeCipherTailIsNeverReadPast()
     // Not a key the container can unwrap: the token refuses it after
     // reading the whole tail.
     m_host->core().setLastError(kSentinel);
-    QVERIFY(!call<bool>("importECCKeyPair", c, env));
+    QVERIFY(!call<bool>("importECCKeyPair", m_c, env));
     QCOMPARE(m_host->lastError(), uint(SAR_INDATAERR));
 }
 
 void TestSessionCryptoSoftToken::sealReadsBackByteForByte()
 {
-    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}));
-    QVERIFY(call<bool>("verifyPin", kUserPin, false));
+    QVERIFY(start({QStringLiteral("sm2"), SoftTokenEngine::ContainerSetup::Sm2}, true));
 
     // No seal yet: empty, and no last error.
     m_host->core().setLastError(kSentinel);
