@@ -41,41 +41,30 @@ mkdir -p "$SOFTTOKEN_STORE"
 cd "$WORK" || exit 2
 
 STEP=0
-# step TITLE COMMAND...: runs the command, shows what it printed, stops the
-# demo at the first failure.
-step() {
-  local title=$1
-  shift
+# run EXPECT TITLE COMMAND...: runs the command and shows what it printed;
+# EXPECT is "ok" (must succeed) or "refused" (must fail). The demo stops at
+# the first step that does not hold.
+run() {
+  local expect=$1 title=$2
+  shift 2
   STEP=$((STEP + 1))
   echo "[$STEP] $title"
   echo "    \$ ${*/#$BIN\//}"
-  if "$@" >"$WORK/out" 2>&1; then
-    sed 's/^/    /' "$WORK/out"
-    echo "    -> ok"
-  else
-    local rc=$?
-    sed 's/^/    /' "$WORK/out"
-    echo "    -> FAILED (exit $rc)"
-    echo "demo: failed at step $STEP: $title"
-    exit 1
-  fi
-}
-# refused TITLE COMMAND...: the command must fail.
-refused() {
-  local title=$1
-  shift
-  STEP=$((STEP + 1))
-  echo "[$STEP] $title"
-  echo "    \$ ${*/#$BIN\//}"
-  if "$@" >"$WORK/out" 2>&1; then
-    sed 's/^/    /' "$WORK/out"
-    echo "    -> FAILED (accepted)"
-    echo "demo: failed at step $STEP: $title"
-    exit 1
-  fi
+  local rc=0
+  "$@" >"$WORK/out" 2>&1 || rc=$?
   sed 's/^/    /' "$WORK/out"
-  echo "    -> ok (refused)"
+  if [ "$expect" = ok ] && [ $rc -eq 0 ]; then
+    echo "    -> ok"
+  elif [ "$expect" = refused ] && [ $rc -ne 0 ]; then
+    echo "    -> ok (refused)"
+  else
+    if [ "$expect" = ok ]; then echo "    -> FAILED (exit $rc)"; else echo "    -> FAILED (accepted)"; fi
+    echo "demo: failed at step $STEP: $title"
+    exit 1
+  fi
 }
+step() { run ok "$@"; }
+refused() { run refused "$@"; }
 hex_of() {
   od -An -v -tx1 "$@" | tr -d ' \n'
 }
