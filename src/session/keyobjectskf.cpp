@@ -86,9 +86,7 @@ bool KeyObjectSKF::open()
 
     SLOG("linux SKF_ConnectDev");
     DEVHANDLE handle = nullptr;
-    // Without a driver there is no library to connect through.
-    const ULONG ret = m_api->bound() ? m_api->connectDev(m_devName.toLocal8Bit().data(), &handle)
-                                : ULONG(SAR_NOTINITIALIZEERR);
+    const ULONG ret = connectDevice(&handle);
     if (ret != SAR_OK) {
         // Here the words and the code come before PrintError.
         SKF_FAILED(ret, " SKF_ConnectDev failed,ret = %d ", SkfCall::CloseNever, SkfCall::ErrorThenClose, false);

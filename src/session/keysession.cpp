@@ -255,6 +255,12 @@ void KeySession::labelSet(const QString &label)
     Q_UNUSED(label);
 }
 
+ULONG KeySession::connectDevice(DEVHANDLE *handle)
+{
+    // Without a function table there is no library to connect through.
+    return m_api->bound() ? m_api->connectDev(m_devName.toLocal8Bit().data(), handle) : ULONG(SAR_NOTINITIALIZEERR);
+}
+
 // totalSpace and freeSpace read the device data anew when connected; a
 // failed read leaves it zeroed or partly filled.
 void KeySession::refreshDevInfo(const char *function)
@@ -393,8 +399,7 @@ bool KeySession::open()
 
     SLOG(" SKF_ConnectDev");
     DEVHANDLE handle = nullptr;
-    const ULONG ret = m_api->bound() ? m_api->connectDev(m_devName.toLatin1().data(), &handle)
-                                     : ULONG(SAR_NOTINITIALIZEERR);
+    const ULONG ret = connectDevice(&handle);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_ConnectDev failed,ret = %d ", SkfCall::CloseNever, SkfCall::ErrorThenClose, false);
         return false;

@@ -3,23 +3,26 @@
 
 // Every session class (KeyObjectSKF and its siblings) is a KeySession: the
 // operations are written here once, reach the token only through a TokenApi,
-// and write their log lines through say(), which the adapter rewords.
+// and write their log lines through say(), in the adapter's words.
 //
 // Making a sibling:
-//  - derive from KeySession, add Q_OBJECT and TW_SESSION_METHODS right
-//    behind it (sessionmethods.h): that gives the class its own method
-//    table, in the contract's order;
+//  - derive from KeySession; put Q_OBJECT and then TW_SESSION_METHODS
+//    (sessionmethods.h) first in the class: that gives it its own method
+//    table in the contract's order;
 //  - the constructor takes (package, devName, parent) and hands KeySession
-//    the class's Traits (start from Traits() and change what differs) and
-//    a new adapter for the parent driver (SkfTokenApi, or one of its own);
-//  - its destructor calls its own closeV1();
-//  - override, without Q_INVOKABLE, only what the class does otherwise:
-//    the hooks below, or a whole operation. Calling KeySession's version
-//    from an override keeps the shared steps (close(); open(); then
-//    KeySession::readFile(...), say). An override of a method with
-//    defaulted arguments (eps*, createFile, readFile) repeats the defaults,
-//    since moc's shorter forms call it with fewer arguments.
-//  - open() here is the file-probing form; KeyObjectSKF has its own.
+//    the class's Traits (Traits() with what differs changed) and a new
+//    adapter for the parent driver: SkfTokenApi, or the class's own
+//    TokenApi (scoped(), handleUsable(), has() and reword() are where a
+//    library without applications differs);
+//  - the destructor calls closeV1();
+//  - override, without Q_INVOKABLE, only what differs: a hook below, or an
+//    operation, which may call KeySession's own for the shared steps.
+//    An override of a method with defaulted arguments (eps*, createFile,
+//    readFile) repeats the defaults: moc's shorter forms call it with
+//    fewer arguments.
+// open() here is the form that probes the file store; KeyObjectSKF has its
+// own. say() rewords whole lines, data included: a line that carries data
+// a library's words might match goes through twlog directly.
 
 #include <QString>
 #include <QStringList>
@@ -166,11 +169,11 @@ public:
     // Writes one log line (an error line when `error`) under the caller's
     // location, in the adapter's words.
     void say(const char *function, int line, const QString &text, bool error = false) const;
-    // A fixed text in the adapter's words.
-    QString words(const char *text) const;
-    const Traits &traits() const { return m_traits; }
 
 protected:
+    // A fixed text in the adapter's words.
+    QString words(const char *text) const;
+
     // Guard words shared by the operations.
     static const char kAppIsNull[];
     static const char kDevIsNull[];
@@ -185,6 +188,8 @@ protected:
     // The serial number as DEVINFO holds it, and with the package's limit.
     static QString serialOf(const DEVINFO &info);
     QString limitedSerial();
+    // The library's connect to this session's device.
+    ULONG connectDevice(DEVHANDLE *handle);
 
     // Right after the library accepted a PIN.
     virtual void pinVerified(const QString &pinCode, bool isAdmin);
