@@ -147,15 +147,12 @@ TWF_EXPORT ULONG TWF_FormatKey(DEVHANDLE hDev, LPSTR szUnblockPin, LPSTR szNewAd
 {
     TwfCall call(__func__);
     AppObject *app = nullptr;
-    ULONG rv = call.app(hDev, &app);
-    if (rv != SAR_OK)
-        return rv;
     QByteArray unblock, admin;
-    if ((rv = SkfCall::pinArg(szUnblockPin, &unblock)) != SAR_OK
-        || (rv = SkfCall::pinArg(szNewAdminPin, &admin)) != SAR_OK)
-        return rv;
-    if (!SkfCall::pinLengthOk(unblock))
-        return SAR_PIN_LEN_RANGE;
+    ULONG rv = call.app(hDev, &app);
+    if (rv == SAR_OK && (rv = SkfCall::pinArg(szUnblockPin, &unblock)) == SAR_OK)
+        rv = SkfCall::pinArg(szNewAdminPin, &admin);
+    if (rv != SAR_OK || !SkfCall::pinLengthOk(unblock))
+        return rv != SAR_OK ? rv : ULONG(SAR_PIN_LEN_RANGE);
     const QByteArray decoded = QByteArray::fromBase64(QByteArray::fromBase64(admin));
     rv = call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
         const QByteArray &given = a.admin.matches(unblock) ? unblock : a.admin.matches(admin) ? admin : decoded;
