@@ -270,9 +270,10 @@ TWF_EXPORT ULONG TWF_ECCExportSessionKey(DEVHANDLE hDev, HCONTAINER hContainer, 
 {
     if (!whole(pPubKey, ulPubKeyLen, SKF_ECCPUBLICKEYBLOB_SIZE))
         return SAR_INVALIDPARAMERR;
-    return TwfCall::fixedSize(__func__, hDev, hContainer, BlobCodec::CipherHeader + TokenCrypto::Sm4KeySize, pData,
-                              pulDataLen,
-                              [&] { return SKF_ECCExportSessionKey(hContainer, ulAlgId, pPubKey, pData, phSessionKey); });
+    const ULONG size = BlobCodec::CipherHeader + TokenCrypto::Sm4KeySize;
+    return TwfCall::fixedSize(__func__, hDev, hContainer, size, pData, pulDataLen, [&] {
+        return SKF_ECCExportSessionKey(hContainer, ulAlgId, pPubKey, pData, phSessionKey);
+    });
 }
 
 TWF_EXPORT ULONG TWEPS_ImportSymmKey(DEVHANDLE hDev, HCONTAINER hContainer, ULONG ulKeyIndex, BYTE *pbEncData,

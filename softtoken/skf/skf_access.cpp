@@ -126,7 +126,8 @@ SKF_EXPORT ULONG SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN, LPS
     if (rv != SAR_OK)
         return rv;
     QByteArray adminPin, newPin;
-    if ((rv = SkfCall::pinArg(szAdminPIN, &adminPin)) != SAR_OK || (rv = SkfCall::pinArg(szNewUserPIN, &newPin)) != SAR_OK)
+    if ((rv = SkfCall::pinArg(szAdminPIN, &adminPin)) != SAR_OK
+        || (rv = SkfCall::pinArg(szNewUserPIN, &newPin)) != SAR_OK)
         return rv;
     if (!SkfCall::pinLengthOk(newPin))
         return SAR_PIN_LEN_RANGE;
@@ -331,7 +332,8 @@ SKF_EXPORT ULONG SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR sz
         return SAR_INVALIDPARAMERR;
     if ((rv = SkfCall::nameArg(szAppName, kNameMax, SAR_APPLICATION_NAME_INVALID, &name)) != SAR_OK)
         return rv;
-    if ((rv = SkfCall::pinArg(szAdminPin, &adminPin)) != SAR_OK || (rv = SkfCall::pinArg(szUserPin, &userPin)) != SAR_OK)
+    if ((rv = SkfCall::pinArg(szAdminPin, &adminPin)) != SAR_OK
+        || (rv = SkfCall::pinArg(szUserPin, &userPin)) != SAR_OK)
         return rv;
     if (!SkfCall::pinLengthOk(adminPin) || !SkfCall::pinLengthOk(userPin))
         return SAR_PIN_LEN_RANGE;
