@@ -1,0 +1,506 @@
+#include "conformance.h"
+
+#include <QFile>
+#include <QMetaMethod>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#include <deque>
+
+#include "devicestore.h"
+#include "host/stdoutcapture.h"
+#include "softtokenengine.h"
+#include "testhost.h"
+#include "twdeviceguard.h"
+
+using namespace conf;
+
+namespace {
+
+// Past the session's open clock (800 ms), with a margin for a slow clock tick.
+const int kAgeMsecs = 830;
+
+QString shownBytes(const QByteArray &b)
+{
+    const QString head = QStringLiteral("[%1]").arg(b.size());
+    if (b.size() <= 16)
+        return head + QString::fromLatin1(b.toHex());
+    quint32 h = 2166136261u;
+    for (char c : b)
+        h = (h ^ quint8(c)) * 16777619u;
+    return head + QStringLiteral("#%1").arg(h, 8, 16, QLatin1Char('0'));
+}
+
+QString shown(const QVariant &v)
+{
+    switch (v.userType()) {
+    case QMetaType::UnknownType:
+        return QString();
+    case QMetaType::Bool:
+        return v.toBool() ? QStringLiteral("true") : QStringLiteral("false");
+    case QMetaType::QByteArray:
+        return shownBytes(v.toByteArray());
+    case QMetaType::QString:
+        return QLatin1Char('"') + v.toString() + QLatin1Char('"');
+    case QMetaType::QStringList: {
+        QStringList quoted;
+        for (const QString &s : v.toStringList())
+            quoted << QLatin1Char('"') + s + QLatin1Char('"');
+        return QLatin1Char('{') + quoted.join(QLatin1Char(',')) + QLatin1Char('}');
+    }
+    case QMetaType::VoidStar:
+        return v.value<void *>() ? QStringLiteral("handle") : QStringLiteral("null");
+    case QMetaType::QObjectStar:
+        return v.value<QObject *>() ? QStringLiteral("object") : QStringLiteral("null");
+    default:
+        return v.toString();
+    }
+}
+
+const char *typeOf(const QVariant &v)
+{
+    switch (v.userType()) {
+    case QMetaType::VoidStar:
+        return "Qt::HANDLE";
+    case QMetaType::ULongLong:
+        return "quint64";
+    default:
+        return v.typeName();
+    }
+}
+
+bool glob(const QString &pattern, const QString &text)
+{
+    QString re = QRegularExpression::escape(pattern);
+    re.replace(QLatin1String("\\*"), QLatin1String(".*"));
+    return QRegularExpression(QRegularExpression::anchoredPattern(re)).match(text).hasMatch();
+}
+
+// Lines against patterns, "..." standing for any number of lines.
+bool sequence(const QStringList &patterns, int p, const QStringList &lines, int l)
+{
+    if (p == patterns.size())
+        return l == lines.size();
+    if (patterns[p] == QLatin1String("...")) {
+        for (int k = l; k <= lines.size(); ++k)
+            if (sequence(patterns, p + 1, lines, k))
+                return true;
+        return false;
+    }
+    return l < lines.size() && glob(patterns[p], lines[l]) && sequence(patterns, p + 1, lines, l + 1);
+}
+
+// Messages of the log, "!" ahead of error-level ones, without "[fn:line]".
+QStringList messages(const TWCore &core)
+{
+    static const QRegularExpression location(QStringLiteral("^\\[[^\\]]*\\]"));
+    QStringList out;
+    for (const TWCore::LogLine &line : core.lines()) {
+        QString text = line.text;
+        text.remove(location);
+        out << (line.level == TWCore::Level::Error ? QLatin1Char('!') + text : text);
+    }
+    return out;
+}
+
+QString logProblem(const QStringList &expected, const QStringList &log)
+{
+    int at = 0;
+    for (const QString &want : expected) {
+        if (want.startsWith(QLatin1Char('-'))) {
+            for (const QString &line : log)
+                if (glob(want.mid(1), line))
+                    return QStringLiteral("log has \"%1\"").arg(line);
+            continue;
+        }
+        while (at < log.size() && !glob(want, log[at]))
+            ++at;
+        if (at == log.size())
+            return QStringLiteral("log lacks \"%1\" (in order)").arg(want);
+        ++at;
+    }
+    return QString();
+}
+
+// Handles renamed h1, h2... in order of their first appearance in the row.
+QStringList renamed(const QStringList &lines)
+{
+    static const QRegularExpression handle(QStringLiteral("\\bh(\\d+)\\b"));
+    QMap<QString, QString> names;
+    QStringList out;
+    for (QString line : lines) {
+        QString result;
+        int last = 0;
+        for (auto it = handle.globalMatch(line); it.hasNext();) {
+            const QRegularExpressionMatch m = it.next();
+            QString &name = names[m.captured(1)];
+            if (name.isEmpty())
+                name = QStringLiteral("h%1").arg(names.size());
+            result += line.mid(last, m.capturedStart() - last) + name;
+            last = m.capturedEnd();
+        }
+        out << result + line.mid(last);
+    }
+    return out;
+}
+
+QString listed(const QStringList &lines)
+{
+    return lines.isEmpty() ? QStringLiteral("    (none)") : QStringLiteral("    ") + lines.join(QStringLiteral("\n    "));
+}
+
+} // namespace
+
+namespace conf {
+
+Val::Val(const char *text) : value(QString::fromUtf8(text)), type("QString") {}
+Val::Val(const QString &text) : value(text), type("QString") {}
+Val::Val(const QByteArray &bytes) : value(bytes), type("QByteArray") {}
+Val::Val(bool b) : value(b), type("bool") {}
+Val::Val(int n) : value(quint64(n)), type("quint64") {}
+Val::Val(quint64 n) : value(n), type("quint64") {}
+
+Val bin(const QByteArray &bytes) { return Val(bytes); }
+Val hex(const char *hexDigits) { return Val(QByteArray::fromHex(hexDigits)); }
+Val nullHandle() { return Val(QVariant::fromValue<void *>(nullptr), "Qt::HANDLE"); }
+Val i32(int n) { return Val(QVariant(n), "int"); }
+
+Val ref(const char *name)
+{
+    Val v(QVariant(), nullptr);
+    v.kind = Val::Ref;
+    v.name = QString::fromLatin1(name);
+    return v;
+}
+
+Val outHandle(const char *name)
+{
+    Val v = ref(name);
+    v.kind = Val::OutHandle;
+    return v;
+}
+
+Row &Row::fault(const QString &function, quint32 code, int times)
+{
+    m_faults << Fault{function, code, times, false, 0};
+    return *this;
+}
+
+Row &Row::lie(const QString &function, qint32 delta, int times)
+{
+    m_faults << Fault{function, 0, times, true, delta};
+    return *this;
+}
+
+Row &Row::before(const QString &method, const QList<Val> &args, const QString &save)
+{
+    m_before << Step{method, args, save};
+    return *this;
+}
+
+Row &Row::call(const QString &method, const QList<Val> &args, const QString &save)
+{
+    m_call = Step{method, args, save};
+    return *this;
+}
+
+QString errorLine(const char *format, quint32 code)
+{
+    return QLatin1Char('!') + QString::asprintf(format, int(code));
+}
+
+QString printed(const QString &text, const char *tag)
+{
+    return QStringLiteral("[%1::PrintError] Error:%2 ").arg(QLatin1String(tag), text);
+}
+
+} // namespace conf
+
+struct Conformance::Prepared
+{
+    QString device;
+    QString serial;
+    QObject *session = nullptr;
+    QMap<QString, QVariant> saved;
+    bool ok = false;
+};
+
+struct Conformance::Private
+{
+    Options options;
+    TwDeviceGuard guard;
+    QTemporaryDir dir;
+    KdpFixture kdp;
+    std::unique_ptr<TestHost> host;
+    DeviceData standard;
+    QString tracePath;
+    QString startProblem;
+    int devices = 0;
+    Prepared last;
+
+    QString store() const { return dir.path() + QStringLiteral("/store"); }
+};
+
+Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, {}}) {}
+
+Conformance::Conformance(const Options &options) : d(new Private)
+{
+    d->options = options;
+    d->tracePath = d->dir.path() + QStringLiteral("/trace.log");
+    qputenv("SOFTTOKEN_STORE", QFile::encodeName(d->store()));
+    qputenv("SKFTRACE_LIBRARY", SOFTTOKEN_SKF);
+    qputenv("SKFTRACE_OUTPUT", QFile::encodeName(d->tracePath));
+
+    SoftTokenEngine engine(d->store());
+    SoftTokenEngine::DeviceOptions standard;
+    standard.name = QStringLiteral("standard");
+    standard.containers << SoftTokenEngine::ContainerSetup{QStringLiteral("c1"), SoftTokenEngine::ContainerSetup::Sm2}
+                        << SoftTokenEngine::ContainerSetup{QStringLiteral("r1"), SoftTokenEngine::ContainerSetup::Rsa,
+                                                           1024};
+    QString error;
+    DeviceStore store(d->store());
+    if (!engine.createDevice(standard) || !store.load(standard.name, &d->standard, &error)
+        || !store.destroy(standard.name, &error)) {
+        d->startProblem = engine.lastError() + error;
+        return;
+    }
+    d->standard.apps[0].containers[0].signCert = QByteArrayLiteral("sign-cert-c1");
+    d->standard.apps[0].containers[0].encCert = QByteArrayLiteral("enc-cert-c1");
+
+    KdpConfig config = options.package;
+    config.argument = QStringLiteral("libskftrace.so");
+    if (d->kdp.addPackage(QStringLiteral("traced"), config, QStringLiteral(SKFTRACE_PATH)).isEmpty()) {
+        d->startProblem = QStringLiteral("package not written");
+        return;
+    }
+    d->host = std::make_unique<TestHost>(d->kdp.root());
+    if (!d->host->start())
+        d->startProblem = d->host->errorString();
+}
+
+Conformance::~Conformance() = default;
+
+TestHost &Conformance::host()
+{
+    return *d->host;
+}
+
+QString Conformance::storePath() const
+{
+    return d->store();
+}
+
+QString Conformance::tracerPath() const
+{
+    return QStringLiteral(SKFTRACE_PATH);
+}
+
+const DeviceData &Conformance::standardToken() const
+{
+    return d->standard;
+}
+
+QObject *Conformance::openThroughManager(const QString &device)
+{
+    const int n = d->host->count();
+    DeviceData data;
+    QString error;
+    DeviceStore(d->store()).load(device, &data, &error);
+    for (int i = n - 1; i >= 0; --i) {
+        QObject *key = d->host->open(i);
+        if (key && (n == 1 || d->host->call<QString>(key, "serialNumberEx") == data.serial))
+            return key;
+    }
+    return nullptr;
+}
+
+bool Conformance::call(QObject *target, const Step &step, QString *shownResult, QString *problem)
+{
+    QString method = step.method;
+    if (method.startsWith(QLatin1String("TWKey."))) {
+        target = d->host->manager();
+        method = method.mid(6);
+    }
+    if (!target) {
+        *problem = QStringLiteral("no object for %1").arg(step.method);
+        return false;
+    }
+    QMap<QString, QVariant> &saved = d->last.saved;
+    std::deque<QVariant> values;
+    std::deque<void *> pointers;
+    QVector<TWArg> args;
+    QList<QPair<QString, void **>> outs;
+    for (const Val &v : step.args) {
+        if (v.kind == Val::OutHandle) {
+            void **h = &pointers.emplace_back(nullptr);
+            void **ph = &pointers.emplace_back(h);
+            args << TWArg{"Qt::HANDLE*", ph};
+            outs << qMakePair(v.name, h);
+            continue;
+        }
+        if (v.kind == Val::Ref && !saved.contains(v.name)) {
+            *problem = QStringLiteral("nothing saved as \"%1\"").arg(v.name);
+            return false;
+        }
+        QVariant &stored = values.emplace_back(v.kind == Val::Ref ? saved.value(v.name) : v.value);
+        args << TWArg{v.kind == Val::Ref ? typeOf(stored) : v.type, stored.data()};
+    }
+    const QByteArray name = method.toLatin1();
+    const QMetaObject *meta = target->metaObject();
+    const int index = meta->indexOfMethod(TWCall::signature(name.constData(), args.constData(), args.size()));
+    if (index < 0) {
+        *problem = QStringLiteral("no method %1").arg(
+            QString::fromLatin1(TWCall::signature(name.constData(), args.constData(), args.size())));
+        return false;
+    }
+    const QMetaMethod m = meta->method(index);
+    QVariant result;
+    void *pointerResult = nullptr;
+    TWArg slot{nullptr, nullptr};
+    if (qstrcmp(m.typeName(), "Qt::HANDLE") == 0) {
+        result = QVariant::fromValue<void *>(nullptr);
+        slot = TWArg{m.typeName(), result.data()};
+    } else if (m.returnType() == QMetaType::UnknownType || QByteArray(m.typeName()).endsWith('*')) {
+        slot = TWArg{m.typeName(), &pointerResult};
+    } else if (m.returnType() != QMetaType::Void) {
+        result = QVariant(m.returnType(), nullptr);
+        slot = TWArg{m.typeName(), result.data()};
+    }
+    if (!TWCall::invoke(target, name.constData(), slot, args.constData(), args.size())) {
+        *problem = QStringLiteral("%1 could not be called").arg(step.method);
+        return false;
+    }
+    if (slot.ptr == &pointerResult)
+        result = QVariant::fromValue<QObject *>(static_cast<QObject *>(pointerResult));
+    for (const auto &out : outs)
+        saved[out.first] = QVariant::fromValue<void *>(*out.second);
+    if (!step.save.isEmpty())
+        saved[step.save] = result;
+    *shownResult = shown(result);
+    return true;
+}
+
+bool Conformance::prepare(const Row &row, int index, Prepared &p, QStringList &problems)
+{
+    const auto fail = [&](const QString &what) {
+        problems << QStringLiteral("%1: %2").arg(row.m_tag, what);
+        return false;
+    };
+    if (row.m_reuse && d->last.ok) {
+        p = d->last;
+        return true;
+    }
+    p = Prepared();
+    p.device = QStringLiteral("d%1").arg(++d->devices, 4, 10, QLatin1Char('0'));
+    DeviceData data = d->standard;
+    data.serial = QStringLiteral("SN%1").arg(index + 1, 6, 10, QLatin1Char('0'));
+    data.label = p.device;
+    if (row.m_token)
+        row.m_token(data);
+    p.serial = data.serial;
+    QString error;
+    if (!DeviceStore(d->store()).create(p.device, data, &error))
+        return fail(error);
+    d->last = p;
+    if (!row.m_call.method.startsWith(QLatin1String("TWKey."))) {
+        p.session = d->options.session ? d->options.session(*this, p.device) : openThroughManager(p.device);
+        if (!p.session)
+            return fail(QStringLiteral("the session did not open"));
+    }
+    d->last.session = p.session;
+    for (const Step &step : row.m_before) {
+        QString ignored, problem;
+        if (!call(p.session, step, &ignored, &problem))
+            return fail(QStringLiteral("before %1: %2").arg(step.method, problem));
+    }
+    p.saved = d->last.saved;
+    p.ok = true;
+    d->last = p;
+    return true;
+}
+
+void Conformance::execute(const Row &row, Prepared &p, QStringList &problems)
+{
+    SoftTokenEngine engine(d->store());
+    for (const Fault &f : row.m_faults) {
+        const bool set = f.sizeLie ? engine.setSizeLie(p.device, f.function, f.delta, f.times)
+                                   : engine.setFault(p.device, f.function, f.code, f.times);
+        if (!set)
+            problems << QStringLiteral("%1: fault not set: %2").arg(row.m_tag, engine.lastError());
+    }
+    d->last = p;
+    d->host->core().setLastError(Keep);
+    d->host->clearLog();
+    QFile trace(d->tracePath);
+    const qint64 mark = trace.exists() ? trace.size() : 0;
+    QStringList out;
+    QString result, problem;
+    bool called;
+    {
+        StdoutCapture capture([&out](const QString &line) { out << line; });
+        called = call(p.session, row.m_call, &result, &problem);
+    }
+    p = d->last;
+    engine.clearFaults(p.device);
+
+    const QString tag = row.m_tag;
+    if (!called) {
+        problems << QStringLiteral("%1: %2").arg(tag, problem);
+        return;
+    }
+    QStringList lines;
+    if (trace.open(QIODevice::ReadOnly) && trace.seek(mark))
+        lines = QString::fromUtf8(trace.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    lines = renamed(lines);
+    const QStringList log = messages(d->host->core());
+
+    if (row.m_checkResult && !glob(row.m_result, result))
+        problems << QStringLiteral("%1: result %2, wanted %3").arg(tag, result, row.m_result);
+    const uint lastError = d->host->lastError();
+    if (row.m_err != Any && lastError != row.m_err)
+        problems << QStringLiteral("%1: last error 0x%2, wanted 0x%3")
+                        .arg(tag)
+                        .arg(lastError, 8, 16, QLatin1Char('0'))
+                        .arg(row.m_err, 8, 16, QLatin1Char('0'));
+    if (row.m_checkCalls && !sequence(row.m_calls, 0, lines, 0))
+        problems << QStringLiteral("%1: library calls\n%2\n  wanted\n%3").arg(tag, listed(lines), listed(row.m_calls));
+    const QString logIssue = logProblem(row.m_log, log);
+    if (!logIssue.isEmpty())
+        problems << QStringLiteral("%1: %2; the log:\n%3").arg(tag, logIssue, listed(log));
+    if (!sequence(row.m_out, 0, out, 0))
+        problems << QStringLiteral("%1: standard output\n%2\n  wanted\n%3").arg(tag, listed(out), listed(row.m_out));
+}
+
+void Conformance::run(const QList<Row> &rows)
+{
+    QVERIFY2(d->startProblem.isEmpty(), qPrintable(d->startProblem));
+    QStringList problems;
+    DeviceStore store(d->store());
+    QString ignored;
+    // Rows one by one, each device gone once the next row needs a new one.
+    for (int i = 0; i < rows.size(); ++i) {
+        if (rows[i].m_aged)
+            continue;
+        if (!rows[i].m_reuse && !d->last.device.isEmpty()) {
+            store.destroy(d->last.device, &ignored);
+            d->last = Prepared();
+        }
+        Prepared p;
+        if (prepare(rows[i], i, p, problems))
+            execute(rows[i], p, problems);
+    }
+    // The aged rows: all made ready, one wait, then each call.
+    QList<QPair<int, Prepared>> aged;
+    for (int i = 0; i < rows.size(); ++i) {
+        Prepared p;
+        if (rows[i].m_aged && prepare(rows[i], i, p, problems))
+            aged << qMakePair(i, p);
+    }
+    if (!aged.isEmpty())
+        QThread::msleep(kAgeMsecs);
+    for (auto &a : aged)
+        execute(rows[a.first], a.second, problems);
+    QVERIFY2(problems.isEmpty(), qPrintable(QStringLiteral("\n") + problems.join(QStringLiteral("\n"))));
+}
