@@ -32,7 +32,11 @@
 // nullHandle() a null Qt::HANDLE, outHandle("k") a Qt::HANDLE* whose value
 // is saved as "k", i32(n) an int. Steps save their result by name:
 // before("openContainer", {"c1"}, "c"). A method "TWKey.count" goes to the
-// key manager; such a row gets no session made ahead.
+// key manager; such a row gets no session made ahead. "@tw_device" with a
+// text writes the device-state file (an empty text removes it). Faults,
+// pull() (the device taken out) and change() (its data edited) act just
+// before the next before() step, or before the call. Each new row starts
+// without a device-state file.
 //
 // Rows run in order, each on a new device; reuse() keeps the previous row's
 // device and session. aged() rows run after one wait past the session's
@@ -84,13 +88,6 @@ Val nullHandle();
 Val outHandle(const char *name);
 Val i32(int n);
 
-struct Step
-{
-    QString method;
-    QList<Val> args;
-    QString save;
-};
-
 struct Fault
 {
     QString function;
@@ -100,17 +97,35 @@ struct Fault
     qint32 delta = 0;
 };
 
+// A by-name call and what is done to the token just before it.
+struct Step
+{
+    QString method;
+    QList<Val> args;
+    QString save;
+    QList<Fault> faults;
+    bool pull = false;
+    std::function<void(DeviceData &)> change;
+};
+
 class Row
 {
 public:
     explicit Row(const QString &tag) : m_tag(tag) {}
 
     Row &token(std::function<void(DeviceData &)> edit) { m_token = std::move(edit); return *this; }
+    // Done to the token just before the next before(), else before the call.
     Row &fault(const QString &function, quint32 code, int times = 1);
     Row &lie(const QString &function, qint32 delta, int times = 1);
+    Row &pull() { m_pending.pull = true; return *this; }
+    Row &change(std::function<void(DeviceData &)> edit) { m_pending.change = std::move(edit); return *this; }
     Row &before(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
     Row &call(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
+    // After the call: another by-name call whose shown result must match.
+    Row &then(const QString &method, const QList<Val> &args, const QString &glob);
     Row &is(const QString &glob) { m_result = glob; m_checkResult = true; return *this; }
+    // The device-state file after the call ("" when there is none).
+    Row &state(const QString &glob) { m_state = glob; m_checkState = true; return *this; }
     Row &err(quint32 code) { m_err = code; return *this; }
     Row &calls(const QStringList &lines) { m_calls = lines; m_checkCalls = true; return *this; }
     Row &log(const QStringList &lines) { m_log = lines; return *this; }
@@ -122,9 +137,12 @@ private:
     friend class ::Conformance;
     QString m_tag;
     std::function<void(DeviceData &)> m_token;
-    QList<Fault> m_faults;
+    Step m_pending;
     QList<Step> m_before;
     Step m_call;
+    QList<QPair<Step, QString>> m_then;
+    QString m_state;
+    bool m_checkState = false;
     QString m_result;
     bool m_checkResult = false;
     quint32 m_err = Keep;
@@ -174,6 +192,7 @@ public:
 private:
     struct Prepared;
     bool prepare(const conf::Row &row, int index, Prepared &p, QStringList &problems);
+    bool act(const Prepared &p, const conf::Step &step, QString *problem);
     void execute(const conf::Row &row, Prepared &p, QStringList &problems);
     bool call(QObject *target, const conf::Step &step, QString *shown, QString *problem);
 
