@@ -94,8 +94,11 @@ public:
     bool deleteDevice(const QString &device);
 
     // function must be one of the eighty SKF/EPS names.
-    bool setFault(const QString &device, const QString &function, quint32 code, int times = UntilCleared);
-    bool setSizeLie(const QString &device, const QString &function, qint32 delta, int times = UntilCleared);
+    // skip: calls of the function that pass untouched before the entry acts.
+    bool setFault(const QString &device, const QString &function, quint32 code, int times = UntilCleared,
+                  int skip = 0);
+    bool setSizeLie(const QString &device, const QString &function, qint32 delta, int times = UntilCleared,
+                    int skip = 0);
     bool clearFaults(const QString &device);
     static bool knownFunction(const QString &function);
 

@@ -92,17 +92,31 @@ bool sequence(const QStringList &patterns, int p, const QStringList &lines, int 
     return l < lines.size() && glob(patterns[p], lines[l]) && sequence(patterns, p + 1, lines, l + 1);
 }
 
-// Messages of the log, "!" ahead of error-level ones, without "[fn:line]".
+// The log as "[fn]message", "!" ahead of error-level lines; the source
+// line number is no part of the design.
 QStringList messages(const TWCore &core)
 {
-    static const QRegularExpression location(QStringLiteral("^\\[[^\\]]*\\]"));
+    static const QRegularExpression line(QStringLiteral("^\\[([^:\\]]*)(:[^\\]]*)?\\]"));
     QStringList out;
-    for (const TWCore::LogLine &line : core.lines()) {
-        QString text = line.text;
-        text.remove(location);
-        out << (line.level == TWCore::Level::Error ? QLatin1Char('!') + text : text);
+    for (const TWCore::LogLine &l : core.lines()) {
+        QString text = l.text;
+        text.replace(line, QStringLiteral("[\\1]"));
+        out << (l.level == TWCore::Level::Error ? QLatin1Char('!') + text : text);
     }
     return out;
+}
+
+// A pattern with "[fn]" names the function; without, it matches the
+// message whatever function logged it.
+bool logMatch(QString want, const QString &line)
+{
+    const bool error = want.startsWith(QLatin1Char('!'));
+    if (error != line.startsWith(QLatin1Char('!')))
+        return false;
+    const QString text = error ? line.mid(1) : line;
+    if (error)
+        want.remove(0, 1);
+    return glob(want, text) || (!want.startsWith(QLatin1Char('[')) && glob(want, text.mid(text.indexOf(QLatin1Char(']')) + 1)));
 }
 
 QString logProblem(const QStringList &expected, const QStringList &log)
@@ -111,17 +125,38 @@ QString logProblem(const QStringList &expected, const QStringList &log)
     for (const QString &want : expected) {
         if (want.startsWith(QLatin1Char('-'))) {
             for (const QString &line : log)
-                if (glob(want.mid(1), line))
+                if (logMatch(want.mid(1), line))
                     return QStringLiteral("log has \"%1\"").arg(line);
             continue;
         }
-        while (at < log.size() && !glob(want, log[at]))
+        while (at < log.size() && !logMatch(want, log[at]))
             ++at;
         if (at == log.size())
             return QStringLiteral("log lacks \"%1\" (in order)").arg(want);
         ++at;
     }
     return QString();
+}
+
+// Every function logs " start" on entry and a line beginning " end" (or
+// "end") on each way out: the starts and ends of a call nest.
+QString unbalanced(const QStringList &log)
+{
+    static const QRegularExpression line(
+        QStringLiteral("^!?\\[([^\\]]*)\\](?:( (?:KeyObjectSKF )?start)$|( ?(?:KeyObjectSKF )?[Ee]nd))?"));
+    QStringList open;
+    for (const QString &l : log) {
+        const QRegularExpressionMatch m = line.match(l);
+        const QString fn = m.captured(1);
+        if (m.capturedLength(2)) {
+            open << fn;
+        } else if (m.capturedLength(3)) {
+            if (open.isEmpty() || open.last() != fn)
+                return QStringLiteral("\"%1\" ends what did not start").arg(l);
+            open.removeLast();
+        }
+    }
+    return open.isEmpty() ? QString() : QStringLiteral("[%1] start without its end").arg(open.last());
 }
 
 // Handles renamed h1, h2... in order of their first appearance in the row.
@@ -184,13 +219,19 @@ Val outHandle(const char *name)
 
 Row &Row::fault(const QString &function, quint32 code, int times)
 {
-    m_pending.faults << Fault{function, code, times, false, 0};
+    m_pending.faults << Fault{function, code, times, false, 0, 0};
     return *this;
 }
 
 Row &Row::lie(const QString &function, qint32 delta, int times)
 {
-    m_pending.faults << Fault{function, 0, times, true, delta};
+    m_pending.faults << Fault{function, 0, times, true, delta, 0};
+    return *this;
+}
+
+Row &Row::second(const QString &function, quint32 code)
+{
+    m_pending.faults << Fault{function, code, 1, false, 0, 1};
     return *this;
 }
 
@@ -340,8 +381,8 @@ bool Conformance::act(const Prepared &p, const Step &step, QString *problem)
     if (step.pull && !engine.removeDevice(p.device))
         *problem = engine.lastError();
     for (const Fault &f : step.faults) {
-        if (!(f.sizeLie ? engine.setSizeLie(p.device, f.function, f.delta, f.times)
-                        : engine.setFault(p.device, f.function, f.code, f.times)))
+        if (!(f.sizeLie ? engine.setSizeLie(p.device, f.function, f.delta, f.times, f.skip)
+                        : engine.setFault(p.device, f.function, f.code, f.times, f.skip)))
             *problem = engine.lastError();
     }
     return problem->isEmpty();
@@ -512,7 +553,9 @@ void Conformance::execute(const Row &row, Prepared &p, QStringList &problems)
                         .arg(row.m_err, 8, 16, QLatin1Char('0'));
     if (row.m_checkCalls && !sequence(row.m_calls, 0, lines, 0))
         problems << QStringLiteral("%1: library calls\n%2\n  wanted\n%3").arg(tag, listed(lines), listed(row.m_calls));
-    const QString logIssue = logProblem(row.m_log, log);
+    QString logIssue = logProblem(row.m_log, log);
+    if (logIssue.isEmpty() && !row.m_loose)
+        logIssue = unbalanced(log);
     if (!logIssue.isEmpty())
         problems << QStringLiteral("%1: %2; the log:\n%3").arg(tag, logIssue, listed(log));
     if (!sequence(row.m_out, 0, out, 0))

@@ -22,8 +22,12 @@
 //   err(code)     last error after the call; default Keep (left as it was)
 //   calls(list)   tracer lines, exactly, handles renamed h1, h2... in order of
 //                 appearance in the row; "..." stands for any lines; unchecked if not given
-//   log(list)     messages in this order among others ("[fn:12]" dropped);
-//                 "!" first: error level; "-" first: must not appear at all
+//   log(list)     lines in this order among others, as "[fn]message" (the
+//                 source line dropped); a pattern without "[" matches the
+//                 message alone; "!" first: error level; "-" first: must not
+//                 appear at all. Besides, each " start" of a function must
+//                 meet a line of the same function beginning " end" or
+//                 "end", nested, unless the row says loose()
 //   out(list)     standard-output lines, exactly; default none
 // Globs: '*' is any text, everything else literal.
 //
@@ -95,6 +99,7 @@ struct Fault
     int times = 1;
     bool sizeLie = false;
     qint32 delta = 0;
+    int skip = 0;
 };
 
 // A by-name call and what is done to the token just before it.
@@ -117,6 +122,8 @@ public:
     // Done to the token just before the next before(), else before the call.
     Row &fault(const QString &function, quint32 code, int times = 1);
     Row &lie(const QString &function, qint32 delta, int times = 1);
+    // The function's second call fails with the code (the first passes).
+    Row &second(const QString &function, quint32 code);
     Row &pull() { m_pending.pull = true; return *this; }
     Row &change(std::function<void(DeviceData &)> edit) { m_pending.change = std::move(edit); return *this; }
     Row &before(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
@@ -132,6 +139,8 @@ public:
     Row &out(const QStringList &lines) { m_out = lines; return *this; }
     Row &aged() { m_aged = true; return *this; }
     Row &reuse() { m_reuse = true; return *this; }
+    // Lifts the check that every " start" of the call's log has its end.
+    Row &loose() { m_loose = true; return *this; }
 
 private:
     friend class ::Conformance;
@@ -152,6 +161,7 @@ private:
     QStringList m_out;
     bool m_aged = false;
     bool m_reuse = false;
+    bool m_loose = false;
 };
 
 // A log line at error level with the code in it: errorLine(" X failed,ret = %d", code).
