@@ -233,19 +233,21 @@ QString SoftTokenEngine::planName(const QString &function)
     return skf.contains(stem) ? stem : function;
 }
 
-bool SoftTokenEngine::setFault(const QString &device, const QString &function, quint32 code, int times)
+bool SoftTokenEngine::setFault(const QString &device, const QString &function, quint32 code, int times, int skip)
 {
     FaultPlan::Entry e;
     e.function = function;
     e.code = code;
+    e.skip = qMax(0, skip);
     QString error;
     return planEntry(m_storeDir, device, e, times, &error) || fail(error);
 }
 
-bool SoftTokenEngine::setSizeLie(const QString &device, const QString &function, qint32 delta, int times)
+bool SoftTokenEngine::setSizeLie(const QString &device, const QString &function, qint32 delta, int times, int skip)
 {
     FaultPlan::Entry e;
     e.function = function;
+    e.skip = qMax(0, skip);
     e.sizeLie = true;
     e.sizeDelta = delta;
     QString error;

@@ -96,8 +96,11 @@ public:
 
     // function: one of the eighty SKF/EPS names, or a TWF_/TWEPS_ name, kept
     // under its SKF counterpart where it has one (see planName).
-    bool setFault(const QString &device, const QString &function, quint32 code, int times = UntilCleared);
-    bool setSizeLie(const QString &device, const QString &function, qint32 delta, int times = UntilCleared);
+    // skip: calls of the function that pass untouched before the entry acts.
+    bool setFault(const QString &device, const QString &function, quint32 code, int times = UntilCleared,
+                  int skip = 0);
+    bool setSizeLie(const QString &device, const QString &function, qint32 delta, int times = UntilCleared,
+                    int skip = 0);
     bool clearFaults(const QString &device);
     static bool knownFunction(const QString &function);
     // The name a plan entry for function is kept under; empty if unknown.
