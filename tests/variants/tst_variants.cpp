@@ -10,6 +10,7 @@
 #include "sessionrows.h"
 #include "testhost.h"
 #include "package/keydriverpackage.h"
+#include "session/keyobjectskf.h"
 #include "skf/keydriverskf.h"
 #include "variants/keyobjectlmskf.h"
 #include "variants/keyobjectwgskf.h"
@@ -163,6 +164,7 @@ private slots:
     void wgApplicationNames();
     void lm();
     void cfcaPackage();
+    void methodTables();
 };
 
 void TestVariants::wg()
@@ -236,6 +238,17 @@ void TestVariants::lm()
             .calls({R"(SKF_VerifyPIN(h1, 1, "12345678", ->*) = 0x00000000)"}),
         Row("new label without a read").before("SetlabelName", {"new label"}).call("labelName").is("\"new label\"")
             .calls({}).then("serialNumber", {}, "\"SN*\""),
+        Row("a multi-byte label cut short").before("SetlabelName", {"标签名"}).call("labelName").is("\"标\""),
+        Row("open reads each object once").loose().token(objects).before("close").call("open").is("true")
+            .calls(QStringList{"SKF_ConnectDev(*", "SKF_GetDevInfo(*", "SKF_EnumApplication(*", "SKF_EnumApplication(*",
+                               "SKF_OpenApplication(*", "SKF_EnumFiles(*", "SKF_EnumFiles(*"}
+                   + [] {
+                         QStringList reads;
+                         for (const char c : QByteArray("2914ABZ"))
+                             reads << QStringLiteral("SKF_GetFileInfo(h2, \"PUBOBJ%1\"*").arg(c)
+                                   << QStringLiteral("SKF_ReadFile(h2, \"PUBOBJ%1\"*").arg(c);
+                         return reads;
+                     }()),
         Row("a plain store lists every name").token([](DeviceData &d) {
                 file("abc", "a")(d);
                 file("kfs_seal_1", "s")(d);
@@ -306,6 +319,21 @@ void TestVariants::cfcaPackage()
     Conformance suite(wg.options(config));
     suite.run({Row("create failure as it is").loose().fault("SKF_CreateFile", SAR_FAIL).call("writeFileV1", {"f1", bin("abc")})
                    .is("false").err(SAR_FAIL).log({errorLine(" SKF_CreateFile failed,ret = %d", SAR_FAIL)})});
+}
+
+// Each class has KeyObjectSKF's method table as its own, behind KeyObject's.
+void TestVariants::methodTables()
+{
+    const auto forms = [](const QMetaObject &m) {
+        QStringList out;
+        for (int i = m.methodOffset(); i < m.methodCount(); ++i)
+            out << QString::fromLatin1(m.method(i).typeName() + QByteArray(" ") + m.method(i).methodSignature());
+        return out;
+    };
+    for (const QMetaObject *meta : {&KeyObjectWgSKF::staticMetaObject, &KeyObjectLmSKF::staticMetaObject}) {
+        QCOMPARE(meta->superClass(), &KeyObject::staticMetaObject);
+        QCOMPARE(forms(*meta), forms(KeyObjectSKF::staticMetaObject));
+    }
 }
 
 TW_TEST_MAIN_ISOLATED(TestVariants)
