@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QMetaMethod>
 #include <QMetaObject>
+#include <QRecursiveMutex>
 #include <QTime>
 
 #include <cstdio>
@@ -83,6 +84,7 @@ void Q_Dispatch::invokeHelper(QString methodName, void *result, ...)
 
 void Q_Dispatch::invokeHelperV(QString methodName, void *result, va_list args)
 {
+    QMutexLocker lock(_lock);
     // Every log line of the library is one of these calls: the trace
     // directory is looked up once per call rather than once per trace line,
     // and no trace text is built while it is absent.
