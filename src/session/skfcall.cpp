@@ -2,12 +2,10 @@
 
 #include <QString>
 
-#include "frame/twlog.h"
-#include "keyobject.h"
+#include "keysession.h"
 #include "skf/skfapi.h"
-#include "skfresult.h"
 
-SkfCall::SkfCall(KeyObject *key, const char *printTag) : m_key(key), m_tag(printTag) {}
+SkfCall::SkfCall(KeySession *key) : m_key(key) {}
 
 bool SkfCall::refused(const char *function, int line, std::initializer_list<SkfGuard> guards) const
 {
@@ -16,7 +14,7 @@ bool SkfCall::refused(const char *function, int line, std::initializer_list<SkfG
             continue;
         m_key->setLastError(int(guard.code));
         if (guard.text && twlog::enabled())
-            twlog::debug(function, line, QString::fromUtf8(guard.text));
+            m_key->say(function, line, QString::fromUtf8(guard.text));
         return true;
     }
     return false;
@@ -26,9 +24,9 @@ void SkfCall::failed(const char *function, int line, quint32 ret, const char *fm
                      bool printError) const
 {
     if (printError)
-        SkfResult::print(m_tag, ret, nullptr);
+        m_key->PrintError(ret, nullptr);
     if (twlog::enabled())
-        twlog::error(function, line, QString::asprintf(fmt, int(ret)));
+        m_key->say(function, line, QString::asprintf(fmt, int(ret)), true);
 
     const bool closes = close == CloseAlways || (close == CloseIfRemoved && ret == SAR_DEVICE_REMOVED);
     if (order == ErrorThenClose)

@@ -4,7 +4,9 @@
 #include <QtGlobal>
 #include <initializer_list>
 
-class KeyObject;
+#include "frame/twlog.h"
+
+class KeySession;
 
 // One guard of an operation: when `trips` holds, `code` becomes the last
 // error and `text` is logged (no line when text is null).
@@ -15,8 +17,9 @@ struct SkfGuard
     const char *text;
 };
 
-// Runs what every SKF session operation does alike: its guards in order,
-// and the common steps after a failed library call.
+// Runs what every session operation does alike: its guards in order, and
+// the common steps after a failed library call. Texts go out in the
+// session's words.
 class SkfCall
 {
 public:
@@ -25,7 +28,7 @@ public:
     // as last error, for the few calls whose failure leaves it alone.
     enum Order { ErrorThenClose, CloseThenError, NoError };
 
-    SkfCall(KeyObject *key, const char *printTag);
+    explicit SkfCall(KeySession *key);
 
     // The first guard that trips ends the operation; true when one did.
     bool refused(const char *function, int line, std::initializer_list<SkfGuard> guards) const;
@@ -36,16 +39,25 @@ public:
     void failed(const char *function, int line, quint32 ret, const char *fmt, Close close = CloseIfRemoved,
                 Order order = ErrorThenClose, bool printError = true) const;
 
-    const char *printTag() const { return m_tag; }
-
 private:
-    KeyObject *m_key;
-    const char *m_tag;
+    KeySession *m_key;
 };
 
-// In a session method: `if (SKF_REFUSED({!app || !keyDriver, SAR_USER_NOT_LOGGED_IN, " end . app is null"})) return ...;`
+// In a session method: `if (SKF_REFUSED({!m_api->ready(), SAR_USER_NOT_LOGGED_IN, " end . app is null"})) return ...;`
 #define SKF_REFUSED(...) m_call.refused(__FUNCTION__, __LINE__, {__VA_ARGS__})
 // After a library call: `SKF_FAILED(ret, " SKF_X failed.ret = %d");` plus optional Close, Order, printError.
 #define SKF_FAILED(ret, ...) m_call.failed(__FUNCTION__, __LINE__, (ret), __VA_ARGS__)
+
+// A session's log lines, as TW_LOG and its kin, in the session's words.
+#define SLOG(msg)                                                       \
+    do {                                                                \
+        if (twlog::enabled()) say(__FUNCTION__, __LINE__, (msg));       \
+    } while (0)
+#define SLOG_ERROR(msg)                                                 \
+    do {                                                                \
+        if (twlog::enabled()) say(__FUNCTION__, __LINE__, (msg), true); \
+    } while (0)
+#define SLOGF(...) SLOG(QString::asprintf(__VA_ARGS__))
+#define SLOGF_ERROR(...) SLOG_ERROR(QString::asprintf(__VA_ARGS__))
 
 #endif

@@ -151,6 +151,28 @@ void TestKeyObject::methodTablesKeepTheContractOrder()
     QCOMPARE(ownSignatures(KeyObject::staticMetaObject).size(), 72);
     QCOMPARE(ownSignatures(KeyObjectSKF::staticMetaObject).size(), 69);
 
+    // Form by form the base's table, less the five above, with the two
+    // shorter createFile forms behind the full one; and that list is
+    // KeyObjectSKF's own, so a class built on the shared list keeps it.
+    QStringList forms;
+    const QMetaObject &base = KeyObject::staticMetaObject;
+    for (int i = base.methodOffset(); i < base.methodCount(); ++i) {
+        const QMetaMethod method = base.method(i);
+        if (!sessionNames.contains(QString::fromLatin1(method.name())))
+            continue;
+        forms << QString::fromLatin1(method.typeName() + QByteArray(" ") + method.methodSignature());
+        if (method.name() == "createFile")
+            forms << QStringLiteral("bool createFile(QString,qulonglong,qulonglong)")
+                  << QStringLiteral("bool createFile(QString,qulonglong)");
+    }
+    QStringList sessionForms;
+    const QMetaObject &session = KeyObjectSKF::staticMetaObject;
+    for (int i = session.methodOffset(); i < session.methodCount(); ++i)
+        sessionForms << QString::fromLatin1(session.method(i).typeName() + QByteArray(" ") +
+                                            session.method(i).methodSignature());
+    QCOMPARE(sessionForms, forms);
+    QCOMPARE(session.superClass(), &base);
+
     // Not invokable: they are for the library's own use.
     for (const char *name : {"isOpen()", "closeV1()", "isKeyDisConnect()"})
         QCOMPARE(KeyObjectSKF::staticMetaObject.indexOfMethod(name), -1);
