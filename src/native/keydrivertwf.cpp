@@ -2,18 +2,7 @@
 
 #include "frame/twlog.h"
 #include "package/keydriverpackage.h"
-#include "session/keyobject.h"
-
-namespace {
-
-// Sessions are made here once the native session class exists; until then
-// no device opens.
-KeyObject *newSession(KeyDriverPackage *, const QString &, KeyDriverTWF *)
-{
-    return nullptr;
-}
-
-} // namespace
+#include "keyobjecttwf.h"
 
 int TWF_LogCallBack(unsigned int, char *text)
 {
@@ -112,9 +101,7 @@ KeyObject *KeyDriverTWF::open(QString devName, bool)
         }
     } else {
         TW_LOG(QStringLiteral(" pKeyObj == 0"));
-        pKeyObj = newSession(m_package, devName, this);
-        if (!pKeyObj)
-            return nullptr;
+        pKeyObj = new KeyObjectTWF(m_package, devName, this);
         pKeyObj->open();
         if (!pKeyObj->isOpen()) {
             TW_LOG(QStringLiteral(" isOpen == false"));
