@@ -21,14 +21,17 @@ bool returnsType(const QMetaMethod &method, const char *typeName)
 
 QByteArray TWCall::signature(const char *method, std::initializer_list<TWArg> args)
 {
+    return signature(method, args.begin(), int(args.size()));
+}
+
+QByteArray TWCall::signature(const char *method, const TWArg *args, int count)
+{
     QByteArray sig = QByteArray(method).trimmed();
     sig += '(';
-    bool first = true;
-    for (const TWArg &arg : args) {
-        if (!first)
+    for (int i = 0; i < count; ++i) {
+        if (i > 0)
             sig += ',';
-        sig += arg.typeName;
-        first = false;
+        sig += args[i].typeName;
     }
     sig += ')';
     return QMetaObject::normalizedSignature(sig.constData());
@@ -36,11 +39,16 @@ QByteArray TWCall::signature(const char *method, std::initializer_list<TWArg> ar
 
 bool TWCall::invoke(QObject *target, const char *method, TWArg result, std::initializer_list<TWArg> args)
 {
+    return invoke(target, method, result, args.begin(), int(args.size()));
+}
+
+bool TWCall::invoke(QObject *target, const char *method, TWArg result, const TWArg *args, int count)
+{
     if (!target || !method)
         return false;
     // The run-time meta-object, so the most derived class's methods count.
     const QMetaObject *meta = target->metaObject();
-    const int index = meta->indexOfMethod(signature(method, args).constData());
+    const int index = meta->indexOfMethod(signature(method, args, count).constData());
     if (index < 0)
         return false;
     // A slot of another type would be written through the wrong type.
@@ -49,8 +57,8 @@ bool TWCall::invoke(QObject *target, const char *method, TWArg result, std::init
 
     QVarLengthArray<void *, 8> argv;
     argv.append(result.ptr);
-    for (const TWArg &arg : args)
-        argv.append(arg.ptr);
+    for (int i = 0; i < count; ++i)
+        argv.append(args[i].ptr);
     QMetaObject::metacall(target, QMetaObject::InvokeMetaMethod, index, argv.data());
     return true;
 }

@@ -65,9 +65,12 @@ public:
     // Returns false, and leaves the result untouched, when the object has
     // no such method or its result type differs from result.typeName.
     static bool invoke(QObject *target, const char *method, TWArg result, std::initializer_list<TWArg> args);
+    // The same with an argument list built at run time.
+    static bool invoke(QObject *target, const char *method, TWArg result, const TWArg *args, int count);
 
     // "name(Type1,Type2)", normalized.
     static QByteArray signature(const char *method, std::initializer_list<TWArg> args);
+    static QByteArray signature(const char *method, const TWArg *args, int count);
 };
 
 namespace twcall_detail {

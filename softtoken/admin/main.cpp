@@ -2,6 +2,7 @@
 // A thin command line over SoftTokenEngine.
 #include "softtokenengine.h"
 
+#include <QFile>
 #include <QStringList>
 
 #include <cstdio>
@@ -15,6 +16,7 @@ const char kUsage[] =
     "  init NAME [--serial SN] [--label L] [--manufacturer M] [--issuer I]\n"
     "            [--admin-pin P] [--user-pin P] [--admin-retries N] [--user-retries N]\n"
     "            [--app APP] [--total-space BYTES] [--container CNAME[:sm2|:rsa[:1024|2048]]]...\n"
+    "            [--profile standard|wg]\n"
     "  list\n"
     "  show NAME\n"
     "  remove NAME\n"
@@ -22,6 +24,7 @@ const char kUsage[] =
     "  fault NAME FUNCTION CODE [--times N]\n"
     "  fault NAME FUNCTION --size-lie DELTA [--times N]\n"
     "  clear-faults NAME\n"
+    "  file-write NAME FILE --from PATH [--app APP]\n"
     "  delete NAME\n"
     "\n"
     "The store is DIR, else $SOFTTOKEN_STORE, else $XDG_DATA_HOME/twkey/softtoken,\n"
@@ -104,7 +107,7 @@ private:
 int cmdInit(SoftTokenEngine &engine, const QStringList &args)
 {
     const QStringList single{"--serial", "--label", "--manufacturer", "--issuer", "--admin-pin", "--user-pin",
-                             "--admin-retries", "--user-retries", "--app", "--total-space"};
+                             "--admin-retries", "--user-retries", "--app", "--total-space", "--profile"};
     Options o;
     QString error;
     if (!o.parse(args, single + QStringList{"--container"}, &error) || !o.once(single, &error))
@@ -125,6 +128,8 @@ int cmdInit(SoftTokenEngine &engine, const QStringList &args)
         opt.userPin = o.value("--user-pin");
     if (o.has("--app"))
         opt.app = o.value("--app");
+    if (o.has("--profile"))
+        opt.profile = o.value("--profile");
     qint64 n = 0;
     if (o.has("--admin-retries")) {
         if (!parseInt(o.value("--admin-retries"), 10, &n))
@@ -182,6 +187,24 @@ int cmdFault(SoftTokenEngine &engine, const QStringList &args)
     return done ? Ok : failure(engine.lastError());
 }
 
+int cmdFileWrite(SoftTokenEngine &engine, const QStringList &args)
+{
+    Options o;
+    QString error;
+    if (!o.parse(args, {"--from", "--app"}, &error) || !o.once({"--from", "--app"}, &error))
+        return usageError(error);
+    if (o.words().size() != 2 || !o.has("--from"))
+        return usageError(QStringLiteral("file-write takes NAME FILE --from PATH"));
+    QFile from(o.value("--from"));
+    if (!from.open(QIODevice::ReadOnly))
+        return failure(QStringLiteral("cannot read %1: %2").arg(from.fileName(), from.errorString()));
+    const QByteArray bytes = from.readAll();
+    if (!engine.writeFile(o.words().at(0), o.words().at(1), bytes, o.value("--app")))
+        return failure(engine.lastError());
+    std::printf("wrote %d bytes to %s\n", bytes.size(), qPrintable(o.words().at(1)));
+    return Ok;
+}
+
 int oneName(const QStringList &args, const char *command, QString *name)
 {
     if (args.size() != 1)
@@ -220,6 +243,8 @@ int main(int argc, char **argv)
         return cmdInit(engine, args);
     if (command == QLatin1String("fault"))
         return cmdFault(engine, args);
+    if (command == QLatin1String("file-write"))
+        return cmdFileWrite(engine, args);
     if (command == QLatin1String("list")) {
         if (!args.isEmpty())
             return usageError(QStringLiteral("list takes no arguments"));

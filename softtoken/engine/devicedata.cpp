@@ -71,6 +71,14 @@ void versionFromJson(const QJsonValue &v, quint8 *major, quint8 *minor)
 
 } // namespace
 
+const char *const DeviceData::StandardProfile = "standard";
+const char *const DeviceData::WgProfile = "wg";
+
+bool DeviceData::validProfile(const QString &profile)
+{
+    return profile == QLatin1String(StandardProfile) || profile == QLatin1String(WgProfile);
+}
+
 void DeviceData::Pin::set(const QByteArray &pin)
 {
     salt = TokenCrypto::random(16);
@@ -171,7 +179,7 @@ QByteArray DeviceData::toJson() const
                                     {"createFileRights", qint64(a.createFileRights)}, {"files", fileArray},
                                     {"containers", containerArray}, {"seal", b64(a.sealData)}, {"symmKeys", keys}});
     }
-    const QJsonObject info{{"label", label}, {"serial", serial}, {"manufacturer", manufacturer}, {"issuer", issuer},
+    const QJsonObject info{{"profile", profile}, {"label", label}, {"serial", serial}, {"manufacturer", manufacturer}, {"issuer", issuer},
                            {"hwVersion", versionToJson(hwMajor, hwMinor)},
                            {"firmwareVersion", versionToJson(fwMajor, fwMinor)}, {"totalSpace", qint64(totalSpace)}};
     const QJsonObject root{{"format", kFormat}, {"info", info}, {"devAuthKey", b64(devAuthKey)}, {"apps", appArray}};
@@ -195,6 +203,12 @@ bool DeviceData::fromJson(const QByteArray &json, DeviceData *out, QString *erro
     }
     DeviceData d;
     const QJsonObject info = root.value("info").toObject();
+    d.profile = info.value("profile").toString(QLatin1String(StandardProfile));
+    if (!validProfile(d.profile)) {
+        if (error)
+            *error = QStringLiteral("device file names an unknown profile");
+        return false;
+    }
     d.label = info.value("label").toString();
     d.serial = info.value("serial").toString();
     d.manufacturer = info.value("manufacturer").toString();

@@ -73,6 +73,13 @@ public:
         const Container *container(const QString &containerName) const;
     };
 
+    // How the SKF face answers where token families differ: "standard", or
+    // "wg" (SKF_EnumApplication gives the names blank-separated in one string).
+    static const char *const StandardProfile;
+    static const char *const WgProfile;
+    static bool validProfile(const QString &profile);
+
+    QString profile = QLatin1String(StandardProfile);
     QString label;
     QString serial;
     QString manufacturer;

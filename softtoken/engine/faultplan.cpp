@@ -3,6 +3,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QVector>
 
 QString FaultPlan::codeText(quint32 code)
 {
@@ -18,14 +19,23 @@ bool FaultPlan::mentions(const char *function) const
     return false;
 }
 
-bool FaultPlan::consume(const char *function, Entry *used)
+bool FaultPlan::consume(const char *function, Entry *used, bool *changed)
 {
     const QLatin1String name(function);
+    QVector<bool> standing(entries.size(), false);
+    for (int i = 0; i < entries.size(); ++i) {
+        if (entries[i].function == name && entries[i].skip > 0) {
+            --entries[i].skip;
+            standing[i] = true;
+            if (changed)
+                *changed = true;
+        }
+    }
     for (int pass = 0; pass < 2; ++pass) {
         const bool wantLie = pass == 1;
         for (int i = 0; i < entries.size(); ++i) {
             Entry &e = entries[i];
-            if (e.function != name || e.sizeLie != wantLie)
+            if (e.function != name || e.sizeLie != wantLie || standing[i])
                 continue;
             *used = e;
             if (e.remaining > 0 && --e.remaining == 0)
@@ -41,6 +51,8 @@ QByteArray FaultPlan::toJson() const
     QJsonArray list;
     for (const Entry &e : entries) {
         QJsonObject o{{"function", e.function}, {"remaining", e.remaining}};
+        if (e.skip > 0)
+            o.insert("skip", e.skip);
         if (e.sizeLie)
             o.insert("sizeDelta", e.sizeDelta);
         else
@@ -61,6 +73,7 @@ bool FaultPlan::fromJson(const QByteArray &json, FaultPlan *out)
         Entry e;
         e.function = o.value("function").toString();
         e.remaining = o.value("remaining").toInt(UntilCleared);
+        e.skip = o.value("skip").toInt(0);
         if (o.contains("sizeDelta")) {
             e.sizeLie = true;
             e.sizeDelta = o.value("sizeDelta").toInt();

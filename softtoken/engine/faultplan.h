@@ -20,6 +20,7 @@ public:
         quint32 code = 0;      // result to return, when not a size lie
         qint32 sizeDelta = 0;  // added to the reported size, when a size lie
         int remaining = UntilCleared;
+        int skip = 0;          // calls let through before the entry acts
     };
 
     QList<Entry> entries;
@@ -27,8 +28,9 @@ public:
     bool isEmpty() const { return entries.isEmpty(); }
     bool mentions(const char *function) const;
     // Takes one use of the first entry for the function, code faults before
-    // size lies; an entry whose uses run out leaves the plan.
-    bool consume(const char *function, Entry *used);
+    // size lies; an entry whose uses run out leaves the plan. Entries still
+    // letting calls through count the call instead (*changed set).
+    bool consume(const char *function, Entry *used, bool *changed = nullptr);
 
     QByteArray toJson() const;
     static QString codeText(quint32 code); // 0x0A000023

@@ -2,8 +2,8 @@
 
 #include "devicestore.h"
 #include "faultplan.h"
-#include "skfapi.h"
 #include "tokencrypto.h"
+#include "twfapi.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -63,10 +63,12 @@ const char *containerTypeName(int type)
 // function, after checking both.
 bool planEntry(const QString &storeDir, const QString &device, FaultPlan::Entry e, int times, QString *error)
 {
-    if (!SoftTokenEngine::knownFunction(e.function)) {
-        *error = QStringLiteral("unknown function '%1': give one of the SKF_/EPS_ names").arg(e.function);
+    const QString name = SoftTokenEngine::planName(e.function);
+    if (name.isEmpty()) {
+        *error = QStringLiteral("unknown function '%1': give an SKF_, EPS_, TWF_ or TWEPS_ name").arg(e.function);
         return false;
     }
+    e.function = name;
     if (times == 0 || times < SoftTokenEngine::UntilCleared) {
         *error = QStringLiteral("the number of calls must be positive");
         return false;
@@ -131,6 +133,8 @@ bool SoftTokenEngine::createDevice(const DeviceOptions &o)
         return fail(QStringLiteral("invalid device name '%1': use 1 to 64 letters, digits, '.', '_' or '-'").arg(o.name));
     if (!DeviceData::validName(o.app))
         return fail(QStringLiteral("invalid application name '%1'").arg(o.app));
+    if (!DeviceData::validProfile(o.profile))
+        return fail(QStringLiteral("unknown profile '%1': use standard or wg").arg(o.profile));
     if (!validPin(o.adminPin) || !validPin(o.userPin))
         return fail(QStringLiteral("PINs must be 6 to 16 bytes long"));
     if (o.adminRetries < 1 || o.adminRetries > 15 || o.userRetries < 1 || o.userRetries > 15)
@@ -161,6 +165,7 @@ bool SoftTokenEngine::createDevice(const DeviceOptions &o)
     }
 
     DeviceData d;
+    d.profile = o.profile;
     d.label = o.label.isEmpty() ? o.name : o.label;
     d.serial = serial;
     d.manufacturer = o.manufacturer;
@@ -206,25 +211,43 @@ bool SoftTokenEngine::deleteDevice(const QString &device)
 
 bool SoftTokenEngine::knownFunction(const QString &function)
 {
-#define SOFTTOKEN_NAME_ROW(name, required) QStringLiteral(#name),
-    static const QSet<QString> names{SKF_FUNCTION_ROWS(SOFTTOKEN_NAME_ROW)};
-#undef SOFTTOKEN_NAME_ROW
-    return names.contains(function);
+    return !planName(function).isEmpty();
 }
 
-bool SoftTokenEngine::setFault(const QString &device, const QString &function, quint32 code, int times)
+QString SoftTokenEngine::planName(const QString &function)
+{
+#define SOFTTOKEN_NAME_ROW(name, required) QStringLiteral(#name),
+    static const QSet<QString> skf{SKF_FUNCTION_ROWS(SOFTTOKEN_NAME_ROW)};
+    static const QSet<QString> twf{TWF_FUNCTION_ROWS(SOFTTOKEN_NAME_ROW)};
+#undef SOFTTOKEN_NAME_ROW
+    if (skf.contains(function))
+        return function;
+    if (!twf.contains(function) || function.endsWith(QLatin1String("_SDK")))
+        return QString(); // the two SDK calls concern no device
+    // The native face works through the SKF function of the same stem, and
+    // answers TWF_IsFileExist with SKF_GetFileInfo.
+    if (function == QLatin1String("TWF_IsFileExist"))
+        return QStringLiteral("SKF_GetFileInfo");
+    const QString stem = function.startsWith(QLatin1String("TWEPS_")) ? QStringLiteral("EPS_") + function.mid(6)
+                                                                       : QStringLiteral("SKF_") + function.mid(4);
+    return skf.contains(stem) ? stem : function;
+}
+
+bool SoftTokenEngine::setFault(const QString &device, const QString &function, quint32 code, int times, int skip)
 {
     FaultPlan::Entry e;
     e.function = function;
     e.code = code;
+    e.skip = qMax(0, skip);
     QString error;
     return planEntry(m_storeDir, device, e, times, &error) || fail(error);
 }
 
-bool SoftTokenEngine::setSizeLie(const QString &device, const QString &function, qint32 delta, int times)
+bool SoftTokenEngine::setSizeLie(const QString &device, const QString &function, qint32 delta, int times, int skip)
 {
     FaultPlan::Entry e;
     e.function = function;
+    e.skip = qMax(0, skip);
     e.sizeLie = true;
     e.sizeDelta = delta;
     QString error;
@@ -322,6 +345,34 @@ QList<SoftTokenEngine::ContainerInfo> SoftTokenEngine::containers(const QString 
     return out;
 }
 
+bool SoftTokenEngine::writeFile(const QString &device, const QString &file, const QByteArray &bytes,
+                                const QString &app)
+{
+    if (!DeviceData::validName(file))
+        return fail(QStringLiteral("invalid file name '%1': 1 to 32 bytes").arg(file));
+    QString error;
+    const bool done = DeviceStore(m_storeDir).update(device, [&](DeviceData &d) {
+        DeviceData::App *a = app.isEmpty() ? (d.apps.isEmpty() ? nullptr : &d.apps.first()) : d.app(app);
+        if (!a) {
+            error = QStringLiteral("no application %1 on %2").arg(app, device);
+            return false;
+        }
+        DeviceData::File *f = a->file(file);
+        if (!f) {
+            a->files.append(DeviceData::File());
+            f = &a->files.last();
+            f->name = file;
+        }
+        f->data = bytes;
+        if (d.usedSpace() > d.totalSpace) {
+            error = QStringLiteral("no room for %1 bytes on %2").arg(bytes.size()).arg(device);
+            return false;
+        }
+        return true;
+    }, &error);
+    return done || fail(error);
+}
+
 QByteArray SoftTokenEngine::showJson(const QString &device) const
 {
     DeviceStore store(m_storeDir);
@@ -362,8 +413,9 @@ QByteArray SoftTokenEngine::showJson(const QString &device) const
         }
     }
     const auto version = [](quint8 major, quint8 minor) { return QStringLiteral("%1.%2").arg(major).arg(minor); };
-    const QJsonObject info{{"label", d.label}, {"serial", d.serial}, {"manufacturer", d.manufacturer},
-                           {"issuer", d.issuer}, {"hwVersion", version(d.hwMajor, d.hwMinor)},
+    const QJsonObject info{{"profile", d.profile}, {"label", d.label}, {"serial", d.serial},
+                           {"manufacturer", d.manufacturer}, {"issuer", d.issuer},
+                           {"hwVersion", version(d.hwMajor, d.hwMinor)},
                            {"firmwareVersion", version(d.fwMajor, d.fwMinor)}, {"totalSpace", qint64(d.totalSpace)},
                            {"freeSpace", qint64(d.freeSpace())}};
     const QJsonObject root{{"name", device}, {"present", store.isPresent(device)}, {"info", info}, {"apps", apps},

@@ -48,6 +48,7 @@ public:
         int adminRetries = 10;
         int userRetries = 6;
         QString app = QStringLiteral("TW_APP");
+        QString profile = QStringLiteral("standard"); // or "wg"
         QList<ContainerSetup> containers;
         quint32 totalSpace = 256 * 1024;
     };
@@ -93,11 +94,17 @@ public:
     bool insertDevice(const QString &device);
     bool deleteDevice(const QString &device);
 
-    // function must be one of the eighty SKF/EPS names.
-    bool setFault(const QString &device, const QString &function, quint32 code, int times = UntilCleared);
-    bool setSizeLie(const QString &device, const QString &function, qint32 delta, int times = UntilCleared);
+    // function: one of the eighty SKF/EPS names, or a TWF_/TWEPS_ name, kept
+    // under its SKF counterpart where it has one (see planName).
+    // skip: calls of the function that pass untouched before the entry acts.
+    bool setFault(const QString &device, const QString &function, quint32 code, int times = UntilCleared,
+                  int skip = 0);
+    bool setSizeLie(const QString &device, const QString &function, qint32 delta, int times = UntilCleared,
+                    int skip = 0);
     bool clearFaults(const QString &device);
     static bool knownFunction(const QString &function);
+    // The name a plan entry for function is kept under; empty if unknown.
+    static QString planName(const QString &function);
 
     QList<DeviceSummary> listDevices() const;
     bool deviceExists(const QString &device) const;
@@ -107,6 +114,10 @@ public:
     QStringList applications(const QString &device) const;
     QList<FileInfo> files(const QString &device, const QString &app = QString()) const;
     QList<ContainerInfo> containers(const QString &device, const QString &app = QString()) const;
+    // Gives the file exactly these bytes, making it (anyone may read and
+    // write) if it doesn't exist. app empty: the device's first application.
+    bool writeFile(const QString &device, const QString &file, const QByteArray &bytes,
+                   const QString &app = QString());
     // Everything `softtoken show` prints; empty on failure.
     QByteArray showJson(const QString &device) const;
 

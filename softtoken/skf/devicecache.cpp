@@ -71,8 +71,9 @@ bool DeviceCache::takeFault(DeviceStore &store, const QString &device, const std
     // Another process may share the plan: count the use under the lock.
     bool taken = false;
     store.updateFaults(device, [&](FaultPlan &plan) {
-        taken = plan.consume(function, fault);
-        return taken;
+        bool counted = false;
+        taken = plan.consume(function, fault, &counted);
+        return taken || counted;
     }, nullptr);
     e.faultStamp = FileStamp();
     return taken;

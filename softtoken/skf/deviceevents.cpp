@@ -1,6 +1,7 @@
 #include "deviceevents.h"
 
 #include "devicestore.h"
+#include "skfcall.h"
 
 #include <QStringList>
 
@@ -30,7 +31,7 @@ ULONG DeviceEvents::wait(LPSTR name, ULONG *nameLen, ULONG *event)
         return SAR_INVALIDPARAMERR;
     std::unique_lock<std::mutex> lock(m_mutex);
     const unsigned cancelAtStart = m_cancelCount;
-    const QString root = DeviceStore::defaultRoot();
+    const QString root = SkfCall::storeRoot();
     if (!m_started || root != m_root) {
         m_root = root;
         m_known = presentDevices(root);

@@ -24,12 +24,14 @@ void *HandleRegistry::add(std::unique_ptr<TokenObject> object)
 
 TokenObject *HandleRegistry::find(const void *handle, TokenObject::Kind kind) const
 {
-    if (!handle)
-        return nullptr;
-    const auto it = m_live.find(handle);
-    if (it == m_live.end() || it->second->kind() != kind)
-        return nullptr;
-    return it->second.get();
+    TokenObject *o = find(handle);
+    return o && o->kind() == kind ? o : nullptr;
+}
+
+TokenObject *HandleRegistry::find(const void *handle) const
+{
+    const auto it = handle ? m_live.find(handle) : m_live.end();
+    return it == m_live.end() ? nullptr : it->second.get();
 }
 
 void HandleRegistry::close(TokenObject *object)

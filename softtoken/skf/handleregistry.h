@@ -18,6 +18,8 @@ public:
 
     void *add(std::unique_ptr<TokenObject> object);
     TokenObject *find(const void *handle, TokenObject::Kind kind) const;
+    // Of any kind.
+    TokenObject *find(const void *handle) const;
     // Closes the object and everything it owns, directly or not.
     void close(TokenObject *object);
 

@@ -9,45 +9,6 @@
 namespace {
 
 const int kNameMax = 32;
-const int kPinMin = 6;
-const int kPinMax = 16;
-
-ULONG pinText(LPSTR pin, QByteArray *out)
-{
-    if (!pin)
-        return SAR_INVALIDPARAMERR;
-    const size_t len = strnlen(pin, 257);
-    if (len > 256)
-        return SAR_PIN_LEN_RANGE;
-    *out = QByteArray(pin, int(len));
-    return SAR_OK;
-}
-
-bool pinLengthOk(const QByteArray &pin) { return pin.size() >= kPinMin && pin.size() <= kPinMax; }
-
-// Checks a PIN against its record, counting a wrong try down. persist tells
-// whether the record changed.
-ULONG checkPin(DeviceData::Pin &pin, const QByteArray &given, ULONG *retry, bool &persist)
-{
-    persist = false;
-    if (pin.remaining <= 0) {
-        if (retry)
-            *retry = 0;
-        return SAR_PIN_LOCKED;
-    }
-    if (pin.matches(given)) {
-        persist = pin.remaining != pin.maxRetries;
-        pin.remaining = pin.maxRetries;
-        if (retry)
-            *retry = ULONG(pin.remaining);
-        return SAR_OK;
-    }
-    --pin.remaining;
-    persist = true;
-    if (retry)
-        *retry = ULONG(pin.remaining);
-    return pin.remaining == 0 ? SAR_PIN_LOCKED : SAR_PIN_INCORRECT;
-}
 
 bool allowed(quint32 rights, AppObject *app)
 {
@@ -96,13 +57,13 @@ SKF_EXPORT ULONG SKF_ChangePIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR
     if (ulPINType != ADMIN_TYPE && ulPINType != USER_TYPE)
         return SAR_USER_TYPE_INVALID;
     QByteArray oldPin, newPin;
-    if ((rv = pinText(szOldPin, &oldPin)) != SAR_OK || (rv = pinText(szNewPin, &newPin)) != SAR_OK)
+    if ((rv = SkfCall::pinArg(szOldPin, &oldPin)) != SAR_OK || (rv = SkfCall::pinArg(szNewPin, &newPin)) != SAR_OK)
         return rv;
-    if (!pinLengthOk(newPin))
+    if (!SkfCall::pinLengthOk(newPin))
         return SAR_PIN_LEN_RANGE;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
         DeviceData::Pin &pin = ulPINType == ADMIN_TYPE ? a.admin : a.user;
-        const ULONG r = checkPin(pin, oldPin, pulRetryCount, persist);
+        const ULONG r = SkfCall::checkPin(pin, oldPin, pulRetryCount, persist);
         if (r != SAR_OK)
             return r;
         pin.set(newPin);
@@ -144,10 +105,10 @@ SKF_EXPORT ULONG SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR
     if (ulPINType != ADMIN_TYPE && ulPINType != USER_TYPE)
         return SAR_USER_TYPE_INVALID;
     QByteArray pin;
-    if ((rv = pinText(szPIN, &pin)) != SAR_OK)
+    if ((rv = SkfCall::pinArg(szPIN, &pin)) != SAR_OK)
         return rv;
     rv = call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
-        return checkPin(ulPINType == ADMIN_TYPE ? a.admin : a.user, pin, pulRetryCount, persist);
+        return SkfCall::checkPin(ulPINType == ADMIN_TYPE ? a.admin : a.user, pin, pulRetryCount, persist);
     });
     if (rv == SAR_OK)
         app->connection()->logIn(app->name(), ulPINType == ADMIN_TYPE);
@@ -165,12 +126,13 @@ SKF_EXPORT ULONG SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN, LPS
     if (rv != SAR_OK)
         return rv;
     QByteArray adminPin, newPin;
-    if ((rv = pinText(szAdminPIN, &adminPin)) != SAR_OK || (rv = pinText(szNewUserPIN, &newPin)) != SAR_OK)
+    if ((rv = SkfCall::pinArg(szAdminPIN, &adminPin)) != SAR_OK
+        || (rv = SkfCall::pinArg(szNewUserPIN, &newPin)) != SAR_OK)
         return rv;
-    if (!pinLengthOk(newPin))
+    if (!SkfCall::pinLengthOk(newPin))
         return SAR_PIN_LEN_RANGE;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
-        const ULONG r = checkPin(a.admin, adminPin, pulRetryCount, persist);
+        const ULONG r = SkfCall::checkPin(a.admin, adminPin, pulRetryCount, persist);
         if (r != SAR_OK)
             return r;
         a.user.set(newPin);
@@ -370,9 +332,10 @@ SKF_EXPORT ULONG SKF_CreateApplication(DEVHANDLE hDev, LPSTR szAppName, LPSTR sz
         return SAR_INVALIDPARAMERR;
     if ((rv = SkfCall::nameArg(szAppName, kNameMax, SAR_APPLICATION_NAME_INVALID, &name)) != SAR_OK)
         return rv;
-    if ((rv = pinText(szAdminPin, &adminPin)) != SAR_OK || (rv = pinText(szUserPin, &userPin)) != SAR_OK)
+    if ((rv = SkfCall::pinArg(szAdminPin, &adminPin)) != SAR_OK
+        || (rv = SkfCall::pinArg(szUserPin, &userPin)) != SAR_OK)
         return rv;
-    if (!pinLengthOk(adminPin) || !pinLengthOk(userPin))
+    if (!SkfCall::pinLengthOk(adminPin) || !SkfCall::pinLengthOk(userPin))
         return SAR_PIN_LEN_RANGE;
     if (dwAdminPinRetryCount < 1 || dwAdminPinRetryCount > 15 || dwUserPinRetryCount < 1 || dwUserPinRetryCount > 15)
         return SAR_INVALIDPARAMERR;
@@ -409,7 +372,13 @@ SKF_EXPORT ULONG SKF_EnumApplication(DEVHANDLE hDev, LPSTR szAppName, ULONG *pul
     QStringList names;
     for (const DeviceData::App &a : d->apps)
         names.append(a.name);
-    return call.fillText(SkfCall::multiString(names), szAppName, pulSize);
+    if (d->profile != QLatin1String(DeviceData::WgProfile))
+        return call.fillText(SkfCall::multiString(names), szAppName, pulSize);
+    // One C string, each name followed by a blank.
+    QByteArray text;
+    for (const QString &n : names)
+        text.append(n.toUtf8()).append(' ');
+    return call.fillText(text.append('\0'), szAppName, pulSize);
 }
 
 SKF_EXPORT ULONG SKF_DeleteApplication(DEVHANDLE hDev, LPSTR szAppName)

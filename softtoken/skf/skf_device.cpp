@@ -29,7 +29,7 @@ SKF_EXPORT ULONG SKF_WaitForDevEvent(LPSTR szDevName, ULONG *pulDevNameLen, ULON
 {
     {
         SkfCall call("SKF_WaitForDevEvent");
-        DeviceStore store(DeviceStore::defaultRoot());
+        DeviceStore store(SkfCall::storeRoot());
         const ULONG rv = call.anyDevice(store, store.deviceNames());
         if (rv != SAR_OK)
             return rv;
@@ -49,7 +49,7 @@ SKF_EXPORT ULONG SKF_EnumDev(BOOL bPresent, LPSTR szNameList, ULONG *pulSize)
     SkfCall call("SKF_EnumDev");
     if (!pulSize)
         return SAR_INVALIDPARAMERR;
-    DeviceStore store(DeviceStore::defaultRoot());
+    DeviceStore store(SkfCall::storeRoot());
     const QStringList all = store.deviceNames();
     const ULONG rv = call.anyDevice(store, all);
     if (rv != SAR_OK)
@@ -68,18 +68,12 @@ SKF_EXPORT ULONG SKF_ConnectDev(LPSTR szName, DEVHANDLE *phDev)
     if (!szName || !phDev)
         return SAR_INVALIDPARAMERR;
     *phDev = nullptr;
-    DeviceStore store(DeviceStore::defaultRoot());
-    if (!SkfCall::name(szName, 64, &name) || !store.exists(name))
-        return SAR_INVALIDPARAMERR;
-    const QByteArray token = store.presenceToken(name);
-    if (token.isEmpty())
-        return SAR_DEVICE_REMOVED;
-    const ULONG rv = call.named(store, name);
+    DeviceStore store(SkfCall::storeRoot());
+    DeviceData data;
+    QByteArray token;
+    const ULONG rv = call.presentDevice(store, szName, &name, &data, &token);
     if (rv != SAR_OK)
         return rv;
-    DeviceData data;
-    if (!store.load(name, &data, nullptr))
-        return SAR_READFILEERR;
     *phDev = HandleRegistry::instance().add(std::make_unique<Connection>(store.root(), name, token));
     return SAR_OK;
 }
@@ -102,7 +96,7 @@ SKF_EXPORT ULONG SKF_GetDevState(LPSTR szDevName, ULONG *pulDevState)
     QString name;
     if (!szDevName || !pulDevState)
         return SAR_INVALIDPARAMERR;
-    DeviceStore store(DeviceStore::defaultRoot());
+    DeviceStore store(SkfCall::storeRoot());
     if (!SkfCall::name(szDevName, 64, &name) || !store.exists(name)) {
         *pulDevState = DEV_ABSENT_STATE;
         return SAR_OK;

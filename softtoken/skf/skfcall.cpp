@@ -12,10 +12,29 @@
 
 namespace {
 
+const int kPinMin = 6;
+const int kPinMax = 16;
+
 std::recursive_mutex &callMutex()
 {
     static std::recursive_mutex *m = new std::recursive_mutex;
     return *m;
+}
+
+// The outermost call of this thread; per thread, as a call that waits
+// lets other threads' calls run meanwhile.
+thread_local SkfCall *t_outermost = nullptr;
+
+std::mutex &rootMutex()
+{
+    static std::mutex *m = new std::mutex;
+    return *m;
+}
+
+QString &rootOverride()
+{
+    static QString *root = new QString;
+    return *root;
 }
 
 template <class T>
@@ -33,21 +52,48 @@ ULONG lookup(const void *handle, TokenObject::Kind kind, T **out)
 SkfCall::SkfCall(const char *function)
     : m_lock(callMutex())
     , m_function(function)
+    , m_outer(t_outermost)
 {
+    if (!m_outer)
+        t_outermost = this;
+}
+
+SkfCall::~SkfCall()
+{
+    if (t_outermost == this)
+        t_outermost = nullptr;
+}
+
+QString SkfCall::storeRoot()
+{
+    std::lock_guard<std::mutex> lock(rootMutex());
+    return rootOverride().isEmpty() ? DeviceStore::defaultRoot() : rootOverride();
+}
+
+void SkfCall::setStoreRoot(const QString &root)
+{
+    std::lock_guard<std::mutex> lock(rootMutex());
+    rootOverride() = root;
+}
+
+ULONG SkfCall::takeFault(DeviceStore &store, const QString &device, const std::string &faultPath)
+{
+    FaultPlan::Entry fault;
+    if (!DeviceCache::instance().takeFault(store, device, faultPath, m_function, &fault))
+        return SAR_OK;
+    if (!fault.sizeLie)
+        return fault.code;
+    m_sizeDelta = fault.sizeDelta;
+    if (m_outer)
+        m_outer->m_sizeDelta = fault.sizeDelta;
+    return SAR_OK;
 }
 
 ULONG SkfCall::checkDevice(Connection *connection)
 {
     if (!connection->alive())
         return SAR_DEVICE_REMOVED;
-    FaultPlan::Entry fault;
-    if (DeviceCache::instance().takeFault(connection->store(), connection->device(), connection->faultPath(),
-                                          m_function, &fault)) {
-        if (!fault.sizeLie)
-            return fault.code;
-        m_sizeDelta = fault.sizeDelta;
-    }
-    return SAR_OK;
+    return takeFault(connection->store(), connection->device(), connection->faultPath());
 }
 
 ULONG SkfCall::device(DEVHANDLE handle, Connection **out)
@@ -88,14 +134,7 @@ ULONG SkfCall::mac(HANDLE handle, MacObject **out)
 
 ULONG SkfCall::named(DeviceStore &store, const QString &device)
 {
-    const std::string faults = QFile::encodeName(store.path(device, DeviceStore::FaultFile)).toStdString();
-    FaultPlan::Entry fault;
-    if (DeviceCache::instance().takeFault(store, device, faults, m_function, &fault)) {
-        if (!fault.sizeLie)
-            return fault.code;
-        m_sizeDelta = fault.sizeDelta;
-    }
-    return SAR_OK;
+    return takeFault(store, device, QFile::encodeName(store.path(device, DeviceStore::FaultFile)).toStdString());
 }
 
 ULONG SkfCall::anyDevice(DeviceStore &store, const QStringList &devices)
@@ -105,6 +144,23 @@ ULONG SkfCall::anyDevice(DeviceStore &store, const QStringList &devices)
         if (rv != SAR_OK || m_sizeDelta != 0)
             return rv;
     }
+    return SAR_OK;
+}
+
+ULONG SkfCall::presentDevice(DeviceStore &store, LPSTR text, QString *name, DeviceData *data, QByteArray *token)
+{
+    if (!SkfCall::name(text, 64, name) || !store.exists(*name))
+        return SAR_INVALIDPARAMERR;
+    const QByteArray presence = store.presenceToken(*name);
+    if (presence.isEmpty())
+        return SAR_DEVICE_REMOVED;
+    const ULONG rv = named(store, *name);
+    if (rv != SAR_OK)
+        return rv;
+    if (!store.load(*name, data, nullptr))
+        return SAR_READFILEERR;
+    if (token)
+        *token = presence;
     return SAR_OK;
 }
 
@@ -273,4 +329,42 @@ QByteArray SkfCall::multiString(const QStringList &names)
         out.append(n.toUtf8()).append('\0');
     out.append('\0');
     return out;
+}
+
+ULONG SkfCall::pinArg(LPSTR pin, QByteArray *out)
+{
+    if (!pin)
+        return SAR_INVALIDPARAMERR;
+    const size_t len = strnlen(pin, 257);
+    if (len > 256)
+        return SAR_PIN_LEN_RANGE;
+    *out = QByteArray(pin, int(len));
+    return SAR_OK;
+}
+
+bool SkfCall::pinLengthOk(const QByteArray &pin)
+{
+    return pin.size() >= kPinMin && pin.size() <= kPinMax;
+}
+
+ULONG SkfCall::checkPin(DeviceData::Pin &pin, const QByteArray &given, ULONG *retry, bool &persist)
+{
+    persist = false;
+    if (pin.remaining <= 0) {
+        if (retry)
+            *retry = 0;
+        return SAR_PIN_LOCKED;
+    }
+    if (pin.matches(given)) {
+        persist = pin.remaining != pin.maxRetries;
+        pin.remaining = pin.maxRetries;
+        if (retry)
+            *retry = ULONG(pin.remaining);
+        return SAR_OK;
+    }
+    --pin.remaining;
+    persist = true;
+    if (retry)
+        *retry = ULONG(pin.remaining);
+    return pin.remaining == 0 ? SAR_PIN_LOCKED : SAR_PIN_INCORRECT;
 }

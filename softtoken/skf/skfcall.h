@@ -1,7 +1,9 @@
 // One call into the token library. Every exported function starts with one:
 // it serialises the call, resolves and checks the handles (unknown or closed
 // handle, device pulled, planned fault, in that order), and reports sizes
-// (size-then-fill, with a planned size lie applied).
+// (size-then-fill, with a planned size lie applied). Calls nest when one face
+// works through the other's functions: a size lie taken by an inner call
+// applies to the outermost call's reports too.
 #ifndef SOFTTOKEN_SKFCALL_H
 #define SOFTTOKEN_SKFCALL_H
 
@@ -33,6 +35,14 @@ public:
     enum { MaxInput = 64 * 1024 * 1024 };
 
     explicit SkfCall(const char *function);
+    ~SkfCall();
+    SkfCall(const SkfCall &) = delete;
+    SkfCall &operator=(const SkfCall &) = delete;
+
+    // The store this library serves: the one set by setStoreRoot, else
+    // DeviceStore::defaultRoot(), read anew at each call.
+    static QString storeRoot();
+    static void setStoreRoot(const QString &root);
 
     ULONG device(DEVHANDLE handle, Connection **out);
     ULONG app(HAPPLICATION handle, AppObject **out);
@@ -43,6 +53,10 @@ public:
     // Faults planned on a device named without a handle, or on any of them.
     ULONG named(DeviceStore &store, const QString &device);
     ULONG anyDevice(DeviceStore &store, const QStringList &devices);
+    // A present device of the store named by text, its plan taken, and its
+    // data; the presence token of the insertion if asked for.
+    ULONG presentDevice(DeviceStore &store, LPSTR text, QString *name, DeviceData *data,
+                        QByteArray *token = nullptr);
 
     // The device's current data, or the application and container of a
     // handle; codes for what has vanished meanwhile. What they point to
@@ -82,13 +96,22 @@ public:
     static ULONG nameArg(const char *text, int maxBytes, ULONG unusable, QString *out);
     static QByteArray multiString(const QStringList &names);
 
+    // A PIN argument of at most 256 bytes; new PINs must be 6 to 16 bytes.
+    static ULONG pinArg(LPSTR pin, QByteArray *out);
+    static bool pinLengthOk(const QByteArray &pin);
+    // Checks a PIN against its record, counting a wrong try down; persist
+    // tells whether the record changed.
+    static ULONG checkPin(DeviceData::Pin &pin, const QByteArray &given, ULONG *retry, bool &persist);
+
 private:
     ULONG checkDevice(Connection *connection);
+    ULONG takeFault(DeviceStore &store, const QString &device, const std::string &faultPath);
 
     std::unique_lock<std::recursive_mutex> m_lock;
     std::vector<DeviceCache::SnapshotPtr> m_held;
     const char *m_function;
     qint32 m_sizeDelta = 0;
+    SkfCall *m_outer;
 };
 
 #endif // SOFTTOKEN_SKFCALL_H

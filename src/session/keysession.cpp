@@ -31,8 +31,7 @@ namespace {
 const quint32 kFreshMsecs = 500;
 
 // Largest buffer the session builds for a size that the token or the host
-// declared, and the most of the device-state file it reads; anything above
-// is a broken size, not data.
+// declared; anything above is a broken size, not data.
 const ULONG kMaxBuffer = 1u << 28;
 
 // The user id that the compact SM2 operations always hash with.
@@ -74,53 +73,6 @@ bool userPinLengthOk(const QString &pin)
 ULONG pinType(bool isAdmin)
 {
     return isAdmin ? ADMIN_TYPE : USER_TYPE;
-}
-
-// Input bytes for the library. SKF takes non-const pointers for data it
-// only reads.
-BYTE *inBytes(const QByteArray &data)
-{
-    return reinterpret_cast<BYTE *>(const_cast<char *>(data.constData()));
-}
-
-BYTE *outBytes(QByteArray &buffer)
-{
-    return reinterpret_cast<BYTE *>(buffer.data());
-}
-
-// The first `length` bytes that the library wrote, never more than the
-// buffer holds.
-QByteArray written(const QByteArray &buffer, quint64 length)
-{
-    return buffer.left(int(qMin<quint64>(length, quint64(buffer.size()))));
-}
-
-// A file or container list: names ended by NUL, the first empty name ends
-// the list, and a last name without its NUL still counts.
-QStringList splitNames(const QByteArray &buffer, ULONG size)
-{
-    QStringList names;
-    QByteArray rest = written(buffer, size);
-    while (!rest.isEmpty()) {
-        const int end = rest.indexOf('\0');
-        const QByteArray name = end < 0 ? rest : rest.left(end);
-        if (name.isEmpty())
-            break;
-        names.append(QString::fromLatin1(name));
-        rest = rest.mid(name.size() + 1);
-    }
-    return names;
-}
-
-// The library's size plus `extra` zeroed bytes. False when that size
-// can't be real; the fill call then counts as failed with SAR_MEMORYERR,
-// since a cut-down buffer would let the library write past it.
-bool allocate(QByteArray &buffer, ULONG size, ULONG extra)
-{
-    if (size > kMaxBuffer - extra)
-        return false;
-    buffer = QByteArray(int(size + extra), '\0');
-    return true;
 }
 
 // `data` when it holds at least `size` bytes, else a copy zero-padded to
@@ -193,6 +145,53 @@ void place(QByteArray &blob, int pos, const QByteArray &piece, int room)
 }
 
 } // namespace
+
+// Input bytes for the library. SKF takes non-const pointers for data it
+// only reads.
+BYTE *KeySession::inBytes(const QByteArray &data)
+{
+    return reinterpret_cast<BYTE *>(const_cast<char *>(data.constData()));
+}
+
+BYTE *KeySession::outBytes(QByteArray &buffer)
+{
+    return reinterpret_cast<BYTE *>(buffer.data());
+}
+
+// The first `length` bytes that the library wrote, never more than the
+// buffer holds.
+QByteArray KeySession::written(const QByteArray &buffer, quint64 length)
+{
+    return buffer.left(int(qMin<quint64>(length, quint64(buffer.size()))));
+}
+
+// The library's size plus `extra` zeroed bytes. False when that size
+// can't be real; the fill call then counts as failed with SAR_MEMORYERR,
+// since a cut-down buffer would let the library write past it.
+bool KeySession::allocate(QByteArray &buffer, ULONG size, ULONG extra)
+{
+    if (size > kMaxBuffer - extra)
+        return false;
+    buffer = QByteArray(int(size + extra), '\0');
+    return true;
+}
+
+// A file or container list: names ended by NUL, the first empty name ends
+// the list, and a last name without its NUL still counts.
+QStringList KeySession::splitNames(const QByteArray &buffer, ULONG size)
+{
+    QStringList names;
+    QByteArray rest = written(buffer, size);
+    while (!rest.isEmpty()) {
+        const int end = rest.indexOf('\0');
+        const QByteArray name = end < 0 ? rest : rest.left(end);
+        if (name.isEmpty())
+            break;
+        names.append(QString::fromLatin1(name));
+        rest = rest.mid(name.size() + 1);
+    }
+    return names;
+}
 
 KeySession::KeySession(KeyDriverPackage *package, QString devName, const Traits &traits, TokenApi *api)
     : KeyObject(devName, nullptr), m_AlgID(0), m_package(package), dev(nullptr), app(nullptr), m_traits(traits),
@@ -1082,7 +1081,8 @@ bool KeySession::deleteContainer(QString containerName)
 
 QStringList KeySession::enumContainer()
 {
-    // One list for the class, emptied at every call.
+    // One list for all session classes, emptied at every call: callers get
+    // a copy, so sharing it is not seen.
     static QStringList list;
     SLOG(" start");
     list.clear();
@@ -1208,7 +1208,8 @@ QByteArray KeySession::exportCertificate(Qt::HANDLE container, bool signFlag)
 
 QStringList KeySession::exportAllCertificate(bool signFlag)
 {
-    // One list for the class, emptied at every call.
+    // One list for all session classes, emptied at every call: callers get
+    // a copy, so sharing it is not seen.
     static QStringList certLst;
     SLOG(" start");
     certLst.clear();

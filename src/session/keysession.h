@@ -185,6 +185,18 @@ protected:
     static const char kHKeyIsNull[];
     static const char kVerifyInvalid[];
 
+    // Input bytes for the library, which takes non-const pointers for
+    // data it only reads; and room it writes.
+    static BYTE *inBytes(const QByteArray &data);
+    static BYTE *outBytes(QByteArray &buffer);
+    // The first `length` bytes the library wrote, never past the buffer.
+    static QByteArray written(const QByteArray &buffer, quint64 length);
+    // A buffer of the library's size plus `extra` zeroed bytes; false for a
+    // size that can't be real.
+    static bool allocate(QByteArray &buffer, ULONG size, ULONG extra);
+    // A file or container list as the library writes it.
+    static QStringList splitNames(const QByteArray &buffer, ULONG size);
+
     // The serial number as DEVINFO holds it, and with the package's limit.
     static QString serialOf(const DEVINFO &info);
     QString limitedSerial();

@@ -1,0 +1,213 @@
+// Conformance tables: each case is a row of data, run by one runner.
+//
+// A row names the token (the software token's standard state, edited by a
+// function), faults of the token's fault plan, by-name calls made ahead,
+// the call under test, and what must follow: the shown result, the last
+// error, the token library calls (recorded by the SKF call tracer in front
+// of the software token), log lines, and standard-output lines.
+//
+//   Conformance suite(KdpConfig{});                 // store, tracer, package, host
+//   suite.run({
+//       Row("short user PIN").call("verifyPin", {"12345", false})
+//           .is("false").err(0x0C000039).calls({}).log({" end . oldPin len error"}),
+//       Row("wrong PIN").fault("SKF_VerifyPIN", 0x0A000024).call("verifyPin", {"87654321", false})
+//           .is("false").err(0x0A000024)
+//           .calls({"SKF_VerifyPIN(h1, 1, \"87654321\", ->*) = 0x0A000024"})
+//           .log({errorLine(" SKF_VerifyPIN failed,ret = %d", 0x0A000024)}).out({printed("密码错误")}),
+//   });
+//
+// Checks and their defaults:
+//   is(glob)      the result as shown: true/false, numbers, "text", {"a","b"},
+//                 [n]hex or [n]#digest for bytes, null/handle; unchecked if not given
+//   err(code)     last error after the call; default Keep (left as it was)
+//   calls(list)   tracer lines, exactly, handles renamed h1, h2... in order of
+//                 appearance in the row; "..." stands for any lines; unchecked if not given
+//   log(list)     lines in this order among others, as "[fn]message" (the
+//                 source line dropped); a pattern without "[" matches the
+//                 message alone; "!" first: error level; "-" first: must not
+//                 appear at all. Besides, each " start" of a function must
+//                 meet a line of the same function beginning " end" or
+//                 "end", nested, unless the row says loose()
+//   out(list)     standard-output lines, exactly; default none
+// Globs: '*' is any text, everything else literal.
+//
+// Arguments: "text" is a QString, true/false a bool, a number a quint64,
+// bin("..")/hex("..") a QByteArray, ref("c") what a step saved as "c",
+// nullHandle() a null Qt::HANDLE, outHandle("k") a Qt::HANDLE* whose value
+// is saved as "k", i32(n) an int. Steps save their result by name:
+// before("openContainer", {"c1"}, "c"). A method "TWKey.count" goes to the
+// key manager; such a row gets no session made ahead. "@tw_device" with a
+// text writes the device-state file (an empty text removes it). Faults,
+// pull() (the device taken out) and change() (its data edited) act just
+// before the next before() step, or before the call. Each new row starts
+// without a device-state file.
+//
+// Rows run in order, each on a new device; reuse() keeps the previous row's
+// device and session. aged() rows run after one wait past the session's
+// 800 ms open clock, shared by all aged rows of the table. Other session
+// classes plug in through Conformance::Options (how the session is made).
+#ifndef TWTEST_CONFORMANCE_H
+#define TWTEST_CONFORMANCE_H
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <functional>
+#include <memory>
+
+#include "kdpfixture.h"
+
+class Conformance;
+class DeviceData;
+class TestHost;
+
+namespace conf {
+
+enum : quint32 { Keep = 0x12345678u, Any = 0xFFFFFFFFu };
+
+struct Val
+{
+    enum Kind { Value, Ref, OutHandle };
+    Kind kind = Value;
+    QVariant value;
+    QString name;
+    const char *type = nullptr;
+
+    Val(const char *text);
+    Val(const QString &text);
+    Val(const QByteArray &bytes);
+    Val(bool b);
+    Val(int n);
+    Val(quint64 n);
+    Val(const QVariant &v, const char *typeName) : value(v), type(typeName) {}
+};
+Val bin(const QByteArray &bytes);
+Val hex(const char *hexDigits);
+Val ref(const char *name);
+Val nullHandle();
+Val outHandle(const char *name);
+Val i32(int n);
+
+struct Fault
+{
+    QString function;
+    quint32 code = 0;
+    int times = 1;
+    bool sizeLie = false;
+    qint32 delta = 0;
+    int skip = 0;
+};
+
+// A by-name call and what is done to the token just before it.
+struct Step
+{
+    QString method;
+    QList<Val> args;
+    QString save;
+    QList<Fault> faults;
+    bool pull = false;
+    std::function<void(DeviceData &)> change;
+};
+
+class Row
+{
+public:
+    explicit Row(const QString &tag) : m_tag(tag) {}
+
+    Row &token(std::function<void(DeviceData &)> edit) { m_token = std::move(edit); return *this; }
+    // Done to the token just before the next before(), else before the call.
+    Row &fault(const QString &function, quint32 code, int times = 1);
+    Row &lie(const QString &function, qint32 delta, int times = 1);
+    // The function's second call fails with the code (the first passes).
+    Row &second(const QString &function, quint32 code);
+    Row &pull() { m_pending.pull = true; return *this; }
+    Row &change(std::function<void(DeviceData &)> edit) { m_pending.change = std::move(edit); return *this; }
+    Row &before(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
+    Row &call(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
+    // After the call: another by-name call whose shown result must match.
+    Row &then(const QString &method, const QList<Val> &args, const QString &glob);
+    Row &is(const QString &glob) { m_result = glob; m_checkResult = true; return *this; }
+    // The device-state file after the call ("" when there is none).
+    Row &state(const QString &glob) { m_state = glob; m_checkState = true; return *this; }
+    Row &err(quint32 code) { m_err = code; return *this; }
+    Row &calls(const QStringList &lines) { m_calls = lines; m_checkCalls = true; return *this; }
+    Row &log(const QStringList &lines) { m_log = lines; return *this; }
+    Row &out(const QStringList &lines) { m_out = lines; return *this; }
+    Row &aged() { m_aged = true; return *this; }
+    Row &reuse() { m_reuse = true; return *this; }
+    // Lifts the check that every " start" of the call's log has its end.
+    Row &loose() { m_loose = true; return *this; }
+
+private:
+    friend class ::Conformance;
+    QString m_tag;
+    std::function<void(DeviceData &)> m_token;
+    Step m_pending;
+    QList<Step> m_before;
+    Step m_call;
+    QList<QPair<Step, QString>> m_then;
+    QString m_state;
+    bool m_checkState = false;
+    QString m_result;
+    bool m_checkResult = false;
+    quint32 m_err = Keep;
+    QStringList m_calls;
+    bool m_checkCalls = false;
+    QStringList m_log;
+    QStringList m_out;
+    bool m_aged = false;
+    bool m_reuse = false;
+    bool m_loose = false;
+};
+
+// A log line at error level with the code in it: errorLine(" X failed,ret = %d", code).
+QString errorLine(const char *format, quint32 code);
+// PrintError's standard-output line for a text of the code table.
+QString printed(const QString &text, const char *tag = "TWKeyObjectSkf");
+
+} // namespace conf
+
+class Conformance
+{
+public:
+    struct Options
+    {
+        KdpConfig package;
+        // The session for a device; by default the host's key manager
+        // counts and opens it. Others construct theirs.
+        std::function<QObject *(Conformance &, const QString &device)> session;
+    };
+
+    explicit Conformance(const KdpConfig &package = KdpConfig());
+    explicit Conformance(const Options &options);
+    ~Conformance();
+
+    // Runs the rows; fails the running test with every row that differs.
+    void run(const QList<conf::Row> &rows);
+
+    TestHost &host();
+    QString storePath() const;
+    QString tracerPath() const;
+    // The standard token: application TW_APP (PINs 88888888 / 12345678),
+    // containers c1 (SM2, with certificates) and r1 (RSA 1024), no files.
+    const DeviceData &standardToken() const;
+    // The default session maker: count() on the manager, then open() of
+    // the device's index.
+    QObject *openThroughManager(const QString &device);
+
+private:
+    struct Prepared;
+    bool prepare(const conf::Row &row, int index, Prepared &p, QStringList &problems);
+    bool act(const Prepared &p, const conf::Step &step, QString *problem);
+    void execute(const conf::Row &row, Prepared &p, QStringList &problems);
+    bool call(QObject *target, const conf::Step &step, QString *shown, QString *problem);
+
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+#endif
