@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The main job on the shipped software token, step by step: make a token in
-# a store of its own, list it, log in, make an SM2 key pair, sign a message
-# on the token (eccSimpleSign), check the signature on the token
-# (eccSimpleVerify) and with the openssl program against the exported public
-# key. Exits 0 only when every step holds.
+# a store of its own, log in, make an SM2 key pair, then, through the token's
+# SKF face and again through its native face: list it, sign a message on the
+# token (eccSimpleSign), check the signature on the token (eccSimpleVerify)
+# and with the openssl program against the exported public key. Exits 0 only
+# when every step holds.
 #
 # Usage: scripts/demo.sh [BIN_DIR]     (default: build/bin)
 set -uo pipefail
@@ -87,24 +88,36 @@ compact_to_der() {
 printf 'The software token signs this line.\n' >msg.txt
 printf 'The software token signs this line!\n' >changed.txt
 
+# road FACE TWKEY...: the signing road through one face of the token, from
+# listing to the openssl program's verdict.
+road() {
+  local face=$1
+  shift
+  step "[$face] list the keys" "$@" list
+  step "[$face] sign the message on the token (eccSimpleSign, SM3 with Z)" \
+    "$@" sign --container "$CONTAINER" --pin "$PIN" --in msg.txt --out "sig-$face.bin"
+  step "[$face] the signature is the compact r||s" show_compact "sig-$face.bin"
+  step "[$face] verify it on the token (eccSimpleVerify)" \
+    "$@" verify --container "$CONTAINER" --in msg.txt --sig "sig-$face.bin"
+  step "[$face] export the public key as PEM" "$@" pubkey --container "$CONTAINER" --pem --out "pub-$face.pem"
+  step "[$face] show the public key" openssl pkey -pubin -in "pub-$face.pem" -noout -text
+  step "[$face] the same signature as DER, written by openssl" compact_to_der "sig-$face.bin" "sig-$face.der"
+  step "[$face] verify that signature with openssl (SM3, id 1234567812345678)" \
+    openssl dgst -sm3 -sigopt distid:1234567812345678 -verify "pub-$face.pem" -signature "sig-$face.der" msg.txt
+  refused "[$face] a changed message is refused by the token" \
+    "$@" verify --container "$CONTAINER" --in changed.txt --sig "sig-$face.bin"
+  refused "[$face] a changed message is refused by openssl" \
+    openssl dgst -sm3 -sigopt distid:1234567812345678 -verify "pub-$face.pem" -signature "sig-$face.der" changed.txt
+}
+
 step "make a software token in a fresh store" "$SOFTTOKEN" init demo1 --container sign1:sm2
 step "library version" "$TWKEY" version
-step "list the keys" "$TWKEY" list
 step "log in with the user PIN" "$TWKEY" login --pin "$PIN"
 step "generate an SM2 key pair on the token" "$TWKEY" keygen sm2 --container "$CONTAINER" --pin "$PIN"
-step "sign the message on the token (eccSimpleSign, SM3 with Z)" \
-  "$TWKEY" sign --container "$CONTAINER" --pin "$PIN" --in msg.txt --out sig.bin
-step "the signature is the compact r||s" show_compact sig.bin
-step "verify it on the token (eccSimpleVerify)" \
-  "$TWKEY" verify --container "$CONTAINER" --in msg.txt --sig sig.bin
-step "export the public key as PEM" "$TWKEY" pubkey --container "$CONTAINER" --pem --out pub.pem
-step "show the public key" openssl pkey -pubin -in pub.pem -noout -text
-step "the same signature as DER, written by openssl" compact_to_der sig.bin sig.der
-step "verify that signature with openssl (SM3, id 1234567812345678)" \
-  openssl dgst -sm3 -sigopt distid:1234567812345678 -verify pub.pem -signature sig.der msg.txt
-refused "a changed message is refused by the token" \
-  "$TWKEY" verify --container "$CONTAINER" --in changed.txt --sig sig.bin
-refused "a changed message is refused by openssl" \
-  openssl dgst -sm3 -sigopt distid:1234567812345678 -verify pub.pem -signature sig.der changed.txt
+# The shipped packages serve the SKF face first; a package folder with the
+# native package alone shows the same token through its native face.
+road skf "$TWKEY"
+mkdir -p native/kdp && ln -s "$BIN/kdp/softtoken-native" native/kdp/softtoken-native
+road native "$TWKEY" --bin-path "$WORK/native"
 
 echo "demo: all $STEP steps hold"

@@ -207,9 +207,14 @@ TWF_EXPORT ULONG TWF_EnumFiles(DEVHANDLE hDev, LPSTR szFileList, ULONG *pulSize)
     return SKF_EnumFiles(hDev, szFileList, pulSize);
 }
 
+// A size of 0 reads to the end of the file: a native read of a whole file
+// asks with no size, having no file attributes to ask first.
 TWF_EXPORT ULONG TWF_ReadFile(DEVHANDLE hDev, LPSTR szFileName, ULONG ulOffset, ULONG ulSize, BYTE *pbOutData,
                               ULONG *pulOutLen)
 {
+    FILEATTRIBUTE attr;
+    if (ulSize == 0 && SKF_GetFileInfo(hDev, szFileName, &attr) == SAR_OK)
+        ulSize = attr.FileSize > ulOffset ? attr.FileSize - ulOffset : 0;
     return SKF_ReadFile(hDev, szFileName, ulOffset, ulSize, pbOutData, pulOutLen);
 }
 

@@ -28,6 +28,7 @@ ULONG TwfCall::openDevice(DEVHANDLE connection, DEVHANDLE *out)
             registry.close(conn);
         return rv;
     }
+    conn->followSerial(d->serial);
     *out = registry.add(std::make_unique<AppObject>(conn, d->apps.first().name));
     return SAR_OK;
 }

@@ -16,16 +16,20 @@ std::string nativePath(const DeviceStore &store, const QString &device, const ch
 } // namespace
 
 Connection::Connection(const QString &storeRoot, const QString &device, const QByteArray &presenceToken)
-    : TokenObject(ConnectionKind, this, nullptr)
-    , m_store(storeRoot)
-    , m_device(device)
-    , m_devicePath(nativePath(m_store, device, DeviceStore::DeviceFile))
-    , m_presentPath(nativePath(m_store, device, DeviceStore::PresentFile))
-    , m_faultPath(nativePath(m_store, device, DeviceStore::FaultFile))
-    , m_lockPath(nativePath(m_store, device, "devlock"))
-    , m_token(presenceToken)
-    , m_presentStamp(FileStamp::of(m_presentPath))
+    : TokenObject(ConnectionKind, this, nullptr), m_store(storeRoot)
 {
+    bind(device, presenceToken);
+}
+
+void Connection::bind(const QString &device, const QByteArray &presenceToken)
+{
+    m_device = device;
+    m_devicePath = nativePath(m_store, device, DeviceStore::DeviceFile);
+    m_presentPath = nativePath(m_store, device, DeviceStore::PresentFile);
+    m_faultPath = nativePath(m_store, device, DeviceStore::FaultFile);
+    m_lockPath = nativePath(m_store, device, "devlock");
+    m_token = presenceToken;
+    m_presentStamp = FileStamp::of(m_presentPath);
 }
 
 Connection::~Connection()
@@ -35,21 +39,36 @@ Connection::~Connection()
 
 bool Connection::alive()
 {
-    if (m_dead)
-        return false;
-    const FileStamp now = FileStamp::of(m_presentPath);
-    if (now.unchangedSince(m_presentStamp))
-        return true;
-    QByteArray token;
-    if (!now.exists() || !DeviceStore::readAll(m_store.path(m_device, DeviceStore::PresentFile), &token)
-        || token != m_token) {
+    if (!m_dead) {
+        const FileStamp now = FileStamp::of(m_presentPath);
+        if (now.unchangedSince(m_presentStamp))
+            return true;
+        QByteArray token;
+        if (now.exists() && DeviceStore::readAll(m_store.path(m_device, DeviceStore::PresentFile), &token)
+            && token == m_token) {
+            m_presentStamp = now;
+            return true;
+        }
         // Pulled, or pulled and put back: either way this connection is over.
         m_dead = true;
         logOutAll();
-        return false;
     }
-    m_presentStamp = now;
-    return true;
+    return !m_serial.isEmpty() && takeUpFollowed();
+}
+
+bool Connection::takeUpFollowed()
+{
+    for (const QString &name : m_store.deviceNames()) {
+        DeviceData data;
+        QString error;
+        if (m_store.isPresent(name) && m_store.load(name, &data, &error) && data.serial == m_serial) {
+            unlockDevice();
+            bind(name, m_store.presenceToken(name));
+            m_dead = false;
+            return true;
+        }
+    }
+    return false;
 }
 
 void Connection::logIn(const QString &app, bool admin)

@@ -1,7 +1,8 @@
 // A connection to one device of the store (a DEVHANDLE). It carries what a
 // real token keeps per connection: the login state of each application, the
 // device authentication state and challenge, and the device lock. It also
-// notices when its device was pulled: from then on it is dead for good.
+// notices when its device was pulled: from then on it is dead for good,
+// unless it follows its token (the native face's handles do).
 #ifndef SOFTTOKEN_CONNECTION_H
 #define SOFTTOKEN_CONNECTION_H
 
@@ -26,8 +27,14 @@ public:
     const std::string &dataPath() const { return m_devicePath; }
     const std::string &faultPath() const { return m_faultPath; }
 
-    // False once the device has been removed or deleted since the connect.
+    // False once the device has been removed or deleted since the connect,
+    // and, for a connection that follows its token, until a device with
+    // that serial number is present again.
     bool alive();
+    // Once pulled, take up the present device holding this serial number,
+    // under whatever name, logged out: what a native library that tracks
+    // its tokens by serial number does with a handle.
+    void followSerial(const QString &serial) { m_serial = serial; }
 
     bool userLoggedIn(const QString &app) const { return m_user.contains(app); }
     bool adminLoggedIn(const QString &app) const { return m_admin.contains(app); }
@@ -48,6 +55,9 @@ public:
     void release() override;
 
 private:
+    void bind(const QString &device, const QByteArray &presenceToken);
+    bool takeUpFollowed();
+
     DeviceStore m_store;
     QString m_device;
     std::string m_devicePath;
@@ -62,6 +72,7 @@ private:
     bool m_devAuth = false;
     QByteArray m_challenge;
     int m_lockFd = -1;
+    QString m_serial;
 };
 
 #endif // SOFTTOKEN_CONNECTION_H

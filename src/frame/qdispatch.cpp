@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QMetaMethod>
 #include <QMetaObject>
+#include <QRecursiveMutex>
 #include <QTime>
 
 #include <cstdio>
@@ -34,15 +35,21 @@ bool acceptedType(const QByteArray &name)
     return name.endsWith('*') || name.endsWith(']');
 }
 
-// Lowest method index whose signature starts with "name(", or -1.
+// Lowest method index whose signature starts with "name(", or -1. A
+// signature is the name, "(" and the parameters, so for a name without "("
+// that is the method whose name is the name: compared on the meta-object's
+// own strings, without building a signature for every method passed.
 int findMethodIndex(const QMetaObject *meta, const QString &methodName)
 {
     const QString trimmed = methodName.trimmed();
     if (trimmed.isEmpty())
         return -1;
-    const QByteArray prefix = trimmed.toLatin1() + '(';
+    const QByteArray name = trimmed.toLatin1();
+    const bool plain = !name.contains('(');
+    const QByteArray prefix = name + '(';
     for (int i = 0; i < meta->methodCount(); ++i) {
-        if (meta->method(i).methodSignature().startsWith(prefix))
+        const QMetaMethod method = meta->method(i);
+        if (plain ? method.name() == name : method.methodSignature().startsWith(prefix))
             return i;
     }
     return -1;
@@ -83,6 +90,7 @@ void Q_Dispatch::invokeHelper(QString methodName, void *result, ...)
 
 void Q_Dispatch::invokeHelperV(QString methodName, void *result, va_list args)
 {
+    QMutexLocker lock(_lock);
     // Every log line of the library is one of these calls: the trace
     // directory is looked up once per call rather than once per trace line,
     // and no trace text is built while it is absent.

@@ -6,6 +6,8 @@
 #include <QString>
 #include <cstdarg>
 
+class QRecursiveMutex;
+
 // Calls a method by name on a QObject the library knows only as such.
 // Every argument is passed as a pointer; a call that can't be made is
 // silent for the caller, whose preset result slot stays as it was.
@@ -25,6 +27,8 @@ public:
 protected:
     QDir _traceDir;
     QObject *_target;
+    // Taken around every call when set (the core agent's calls).
+    QRecursiveMutex *_lock = nullptr;
 };
 
 #endif

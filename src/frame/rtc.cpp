@@ -1,10 +1,12 @@
 #include "rtc.h"
 
 #include <QObject>
+#include <QRecursiveMutex>
 
 #include <cstring>
 
 #include "manager/twkey.h"
+#include "twcoreaccess.h"
 #include "twlog.h"
 #include "twsignaturecoreagent.h"
 
@@ -25,6 +27,7 @@ const int kVersionLength = 9;
 int ComponentInit(QObject *core)
 {
     // A second call abandons the first agent: the host owns that order.
+    QMutexLocker lock(&twcore::agentLock());
     s_coreagent = new TWSignatureCoreAgent(core, nullptr);
     return 1;
 }
@@ -52,6 +55,7 @@ QObject *CreateComponent(QString progId, QString interfaceId)
 
 void ComponentDestroy()
 {
+    QMutexLocker lock(&twcore::agentLock());
     if (s_coreagent) {
         delete s_coreagent;
         s_coreagent = nullptr;

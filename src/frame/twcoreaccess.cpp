@@ -1,5 +1,7 @@
 #include "twcoreaccess.h"
 
+#include <QRecursiveMutex>
+
 #include "rtc.h"
 #include "twsignaturecoreagent.h"
 
@@ -17,6 +19,12 @@ quint32 lastError()
     if (TWSignatureCoreAgent *core = getSignatureCore())
         core->invokeHelper(QStringLiteral("getLastError"), &code);
     return code;
+}
+
+QRecursiveMutex &agentLock()
+{
+    static QRecursiveMutex lock;
+    return lock;
 }
 
 } // namespace twcore

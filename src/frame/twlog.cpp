@@ -1,6 +1,9 @@
 #include "twlog.h"
 
+#include <QRecursiveMutex>
+
 #include "rtc.h"
+#include "twcoreaccess.h"
 #include "twsignaturecoreagent.h"
 
 namespace twlog {
@@ -44,6 +47,15 @@ void entryDebug(const char *function, int lineNo, const QString &message)
         const QString location = QStringLiteral("rtc:%1:%2").arg(QLatin1String(function)).arg(lineNo);
         core->logDebug(QStringLiteral("[%1]%2").arg(location, message));
     }
+}
+
+void forward(const QString &text)
+{
+    // The agent may be deleted by another thread: it is looked up and
+    // used under the lock that its deletion takes.
+    QMutexLocker lock(&twcore::agentLock());
+    if (TWSignatureCoreAgent *core = getSignatureCore())
+        core->logDebug(text);
 }
 
 } // namespace twlog

@@ -13,6 +13,8 @@ void debug(const char *function, int line, const QString &message);
 void error(const char *function, int line, const QString &message);
 void entryDebug(const char *function, int line, const QString &message);
 QString line(const char *function, int line, const QString &message);
+// A text as it stands to the core's debug log; safe from any thread.
+void forward(const QString &text);
 } // namespace twlog
 
 // Messages are the system's fixed texts; formatted ones use QString::asprintf

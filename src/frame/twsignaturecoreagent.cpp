@@ -1,6 +1,11 @@
 #include "twsignaturecoreagent.h"
 
-TWSignatureCoreAgent::TWSignatureCoreAgent(QObject *core, QObject *parent) : Q_Dispatch(core, parent) {}
+#include "twcoreaccess.h"
+
+TWSignatureCoreAgent::TWSignatureCoreAgent(QObject *core, QObject *parent) : Q_Dispatch(core, parent)
+{
+    _lock = &twcore::agentLock();
+}
 
 void TWSignatureCoreAgent::logDebug(QString text)
 {

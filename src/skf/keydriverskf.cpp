@@ -2,27 +2,9 @@
 
 #include <QDebug>
 
-#include <vector>
-
 #include "checkthreadskf.h"
 #include "frame/twlog.h"
 #include "session/keyobjectskf.h"
-
-namespace {
-
-// A name the library lacks: a required one ends the binding, an optional
-// one is only noted. Both go to Qt's debug stream, not to the host's log.
-bool acceptMissing(const char *name, bool required)
-{
-    if (required) {
-        qDebug("Error: load dll function [%s] failed", name);
-        return false;
-    }
-    qDebug("Warning: load dll function [%s] failed", name);
-    return true;
-}
-
-} // namespace
 
 KeyDriverSKF::KeyDriverSKF(KeyDriverPackage *package, QString fileName, QObject *parent)
     : KeyDriver(parent), m_fileName(fileName), m_checkThread(nullptr), m_package(package)
@@ -42,12 +24,8 @@ KeyDriverSKF::~KeyDriverSKF()
 
 bool KeyDriverSKF::load()
 {
-    TW_LOGF("FileName: %s", qUtf8Printable(m_fileName));
-    m_library.setFileName(m_fileName);
-    if (!m_library.load()) {
-        TW_LOGF_ERROR("end. error msg %s", qUtf8Printable(m_library.errorString()));
+    if (!openLibrary(__FUNCTION__, m_library, m_fileName))
         return false;
-    }
     // On a missing required name the library stays loaded and the rows
     // bound so far stay set.
     if (!init()) {
@@ -60,12 +38,7 @@ bool KeyDriverSKF::load()
 
 bool KeyDriverSKF::init()
 {
-#define TW_BIND_ROW(name, required)                                                                                    \
-    p##name = reinterpret_cast<decltype(p##name)>(m_library.resolve(#name));                                          \
-    if (!p##name && !acceptMissing(#name, required))                                                                   \
-        return false;
-    SKF_FUNCTION_ROWS(TW_BIND_ROW)
-#undef TW_BIND_ROW
+    SKF_FUNCTION_ROWS(TW_DRIVER_BIND_ROW)
     return true;
 }
 
@@ -90,85 +63,13 @@ void KeyDriverSKF::unload()
 
 QStringList KeyDriverSKF::enumDev()
 {
-    // One list for all drivers of the process, rebuilt on every call.
+    // One list for all SKF drivers of the process, rebuilt on every call.
     static QStringList list;
-    list.clear();
-
-    ULONG size = 0;
-    ULONG ret = SAR_UNKNOWNERR;
-    try {
-        if (pSKF_EnumDev) {
-            ret = pSKF_EnumDev(TRUE, nullptr, &size);
-            TW_LOGF("SKF_EnumDev: ret: %d,size: %d", int(ret), int(size));
-        }
-    } catch (...) {
-        TW_LOG_ERROR(QStringLiteral("pSKF_EnumDev catch Exception ..."));
-        ret = SAR_UNKNOWNERR;
-    }
-    if (ret != SAR_OK) {
-        TW_LOGF_ERROR("SKF_EnumDev: ret: %d", int(ret));
-        return list;
-    }
-
-    // Twice what the library asked for, as a margin; the second call is
-    // told the doubled length.
-    size *= 2;
-    const ULONG capacity = size;
-    std::vector<char> buffer(size_t(capacity) + 1, '\0');
-    ret = pSKF_EnumDev(TRUE, buffer.data(), &size);
-    TW_LOGF("SKF_EnumDev: ret: %d,size: %d", int(ret), int(size));
-    if (ret != SAR_OK) {
-        TW_LOGF_ERROR("SKF_EnumDev: ret: %d,size: %d", int(ret), int(size));
-        setLastError(ret);
-        return list;
-    }
-    TW_LOGF("pszDevNameList:  %s", buffer.data());
-
-    // A library that reports more than it was given is read no further
-    // than the buffer.
-    QByteArray names(buffer.data(), int(qMin(size, capacity)));
-    QString logText = QStringLiteral("DevNameList:");
-    while (!names.isEmpty()) {
-        const int end = names.indexOf('\0');
-        const QByteArray raw = end < 0 ? names : names.left(end);
-        const QString name = QString::fromLocal8Bit(raw);
-        if (name.isEmpty())
-            break;
-        list.append(name);
-        logText += name + QLatin1Char(';');
-        names = names.right(names.size() - raw.size() - 1);
-    }
-    TW_LOG(logText);
+    DevListCall call;
+    if (pSKF_EnumDev)
+        call = [this](char *buffer, ULONG *size) { return pSKF_EnumDev(TRUE, buffer, size); };
+    enumDevices(__FUNCTION__, list, call);
     return list;
-}
-
-int KeyDriverSKF::count()
-{
-    m_devList = enumDev();
-    qDebug() << "devList:" << m_devList;
-    TW_LOGF(" devList count: %d ", m_devList.size());
-    return m_devList.size();
-}
-
-KeyObject *KeyDriverSKF::openKey(int index)
-{
-    m_devList = enumDev();
-    return openIndexed(__FUNCTION__, index, false);
-}
-
-KeyObject *KeyDriverSKF::openKeyWithoutEnumDev(int index)
-{
-    return openIndexed(__FUNCTION__, index, true);
-}
-
-KeyObject *KeyDriverSKF::openIndexed(const char *function, int index, bool noload)
-{
-    if (index < 0 || index >= m_devList.size()) {
-        twlog::error(function, __LINE__, QString::asprintf(" devList count:%d", m_devList.size()));
-        return nullptr;
-    }
-    twlog::debug(function, __LINE__, QString::asprintf(" dev name:%s", qUtf8Printable(m_devList.at(index))));
-    return open(m_devList.at(index), noload);
 }
 
 KeyObject *KeyDriverSKF::open(QString devName, bool noload)

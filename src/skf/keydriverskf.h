@@ -21,13 +21,10 @@ public:
 
     bool load() override;
     void unload() override;
-    KeyObject *openKey(int index) override;
-    KeyObject *openKeyWithoutEnumDev(int index) override;
-    int count() override;
 
     bool init();
-    QStringList enumDev();
-    KeyObject *open(QString devName, bool noload);
+    QStringList enumDev() override;
+    KeyObject *open(QString devName, bool noload) override;
 
     bool waitForDevEvent(QString &devName, unsigned int &event);
     void cancelWaitForDevEvent();
@@ -39,14 +36,9 @@ public slots:
     void on_keyEvent(QString devName, bool insert);
 
 private:
-    // openKey and openKeyWithoutEnumDev past their enumeration step;
-    // `function` names the caller in the log.
-    KeyObject *openIndexed(const char *function, int index, bool noload);
-
     QString m_fileName;
     QLibrary m_library;
     CheckThreadSKF *m_checkThread;
-    QStringList m_devList;
     KeyDriverPackage *m_package;
 
 public:

@@ -296,7 +296,7 @@ struct Conformance::Private
     QString store() const { return dir.path() + QStringLiteral("/store"); }
 };
 
-Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, {}}) {}
+Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, {}, {}}) {}
 
 Conformance::Conformance(const Options &options) : d(new Private)
 {
@@ -323,8 +323,10 @@ Conformance::Conformance(const Options &options) : d(new Private)
     d->standard.apps[0].containers[0].encCert = QByteArrayLiteral("enc-cert-c1");
 
     KdpConfig config = options.package;
-    config.argument = QStringLiteral("libskftrace.so");
-    if (d->kdp.addPackage(QStringLiteral("traced"), config, QStringLiteral(SKFTRACE_PATH)).isEmpty()) {
+    if (options.library.isEmpty())
+        config.argument = QStringLiteral("libskftrace.so");
+    const QString library = options.library.isEmpty() ? QStringLiteral(SKFTRACE_PATH) : options.library;
+    if (d->kdp.addPackage(QStringLiteral("traced"), config, library).isEmpty()) {
         d->startProblem = QStringLiteral("package not written");
         return;
     }

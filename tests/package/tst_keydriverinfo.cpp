@@ -100,7 +100,7 @@ private slots:
                                 << QStringLiteral(" no keydriver");
         QTest::newRow("other") << QByteArray("<driver version=\"2.0\"><protocol>p11</protocol></driver>") << QString()
                                << QStringLiteral(" no keydriver");
-        // The native protocol is known but not bound yet.
+        // A native package without its library.
         QTest::newRow("native") << QByteArray("<driver version=\"2.0\"><protocol>TWF</protocol></driver>")
                                 << QStringLiteral(" protocol twf") << QStringLiteral(" kdp load fail");
     }
