@@ -223,9 +223,9 @@ Row &Row::fault(const QString &function, quint32 code, int times)
     return *this;
 }
 
-Row &Row::lie(const QString &function, qint32 delta, int times)
+Row &Row::lie(const QString &function, qint32 delta, int times, int skip)
 {
-    m_pending.faults << Fault{function, 0, times, true, delta, 0};
+    m_pending.faults << Fault{function, 0, times, true, delta, skip};
     return *this;
 }
 

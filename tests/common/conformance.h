@@ -121,7 +121,7 @@ public:
     Row &token(std::function<void(DeviceData &)> edit) { m_token = std::move(edit); return *this; }
     // Done to the token just before the next before(), else before the call.
     Row &fault(const QString &function, quint32 code, int times = 1);
-    Row &lie(const QString &function, qint32 delta, int times = 1);
+    Row &lie(const QString &function, qint32 delta, int times = 1, int skip = 0);
     // The function's second call fails with the code (the first passes).
     Row &second(const QString &function, quint32 code);
     Row &pull() { m_pending.pull = true; return *this; }
