@@ -1,6 +1,7 @@
 #include "conformance.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QMetaMethod>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -296,7 +297,9 @@ struct Conformance::Private
     QString store() const { return dir.path() + QStringLiteral("/store"); }
 };
 
-Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, {}}) {}
+Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, QStringLiteral(SKFTRACE_PATH), {}}) {}
+
+Conformance::Conformance(const QString &library) : Conformance(Options{KdpConfig(), library, {}}) {}
 
 Conformance::Conformance(const Options &options) : d(new Private)
 {
@@ -323,8 +326,8 @@ Conformance::Conformance(const Options &options) : d(new Private)
     d->standard.apps[0].containers[0].encCert = QByteArrayLiteral("enc-cert-c1");
 
     KdpConfig config = options.package;
-    config.argument = QStringLiteral("libskftrace.so");
-    if (d->kdp.addPackage(QStringLiteral("traced"), config, QStringLiteral(SKFTRACE_PATH)).isEmpty()) {
+    config.argument = QFileInfo(options.library).fileName();
+    if (d->kdp.addPackage(QStringLiteral("traced"), config, options.library).isEmpty()) {
         d->startProblem = QStringLiteral("package not written");
         return;
     }

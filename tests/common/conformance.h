@@ -177,12 +177,16 @@ public:
     struct Options
     {
         KdpConfig package;
+        // The SKF library the package names: the tracer, or a build of it
+        // that leaves names out (tests/common/CMakeLists.txt).
+        QString library = QStringLiteral(SKFTRACE_PATH);
         // The session for a device; by default the host's key manager
         // counts and opens it. Others construct theirs.
         std::function<QObject *(Conformance &, const QString &device)> session;
     };
 
     explicit Conformance(const KdpConfig &package = KdpConfig());
+    explicit Conformance(const QString &library);
     explicit Conformance(const Options &options);
     ~Conformance();
 
