@@ -51,7 +51,7 @@ void TestSession::openAndClose()
             .calls(kEnumDev + kConnect.mid(0, 4) + QStringList{
                 R"(SKF_EnumContainer(h2, null, 0->1) = 0x00000000)", R"(SKF_EnumContainer(h2, ->{}, 1->1) = 0x00000000)",
                 R"(SKF_CloseApplication(h2) = 0x00000000)", R"(SKF_DisConnectDev(h1) = 0x00000000)"})
-            .log({" end"}),
+            .log({"[enumContainer] end", "[open] end"}),
         Row("first application fails to open").token(emptyAppFirst).fault("SKF_OpenApplication", SAR_APPLICATION_NOT_EXISTS)
             .call("TWKey.count").is("1").err(SAR_APPLICATION_NOT_EXISTS)
             .calls(kEnumDev + kConnect.mid(0, 2) + QStringList{
@@ -134,6 +134,9 @@ void TestSession::identity()
         closed("label on a closed session").token(::identity).call("SetlabelName", {"X"}).is("false").calls({})
             .log({" dev is NULL"}).loose(),
         Row("space on a closed session: what was read").reuse().call("freeSpace").is("260073").calls({}),
+        Row("the driver's type").call("getDriverType").is("1").calls({}).log({"[getDriverType] start", "[getDriverType] end"}),
+        Row("the package's folder").reuse().call("getDriverPath").is("\"*/kdp/traced\"").log({"[getDriverPath] start"}),
+        Row("the last error is the core's").reuse().call("lastError").is("305419896").calls({}),
     });
 }
 
@@ -235,6 +238,7 @@ void TestSession::withoutDriver()
         Row("a new session is not connected").call("totalSpace").is("0").calls({})
             .then("serialNumber", {}, "\"\"").then("GetHWVersion", {}, "\"0.0\"").then("isNeedEnumFile", {}, "false"),
         Row("nor ready").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({}),
+        Row("no driver information").call("getDriverType").is("0").then("getDriverPath", {}, "\"\""),
     });
 }
 

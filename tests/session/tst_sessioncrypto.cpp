@@ -438,6 +438,8 @@ void TestSessionCrypto::seal()
         Row("write on a removed token").loose().fault("EPS_WriteESealData", SAR_DEVICE_REMOVED)
             .call("epsWriteESealData", {bin("SEAL"), 4}).is("false").err(SAR_DEVICE_REMOVED)
             .calls(QStringList{"EPS_WriteESealData(*"} + closing(1, 2)),
+        Row("a declared size past any real data").loose().call("epsWriteESealData", {bin("S"), 0x20000000}).is("false")
+            .err(SAR_MEMORYERR).calls({}).log({errorLine(" ESP_WriteESealData failed,ret = %d", SAR_MEMORYERR)}),
         Row("write nothing").call("epsWriteESealData", {bin(""), 4}).is("false").err(SAR_INDATALENERR).calls({})
             .log({" end. szData invalid"}),
         closed("write without application").call("epsWriteESealData", {bin("S"), 1}).is("false").err(SAR_USER_NOT_LOGGED_IN)
