@@ -394,11 +394,6 @@ bool Conformance::act(const Prepared &p, const Step &step, QString *problem)
 bool Conformance::call(QObject *target, const Step &step, QString *shownResult, QString *problem)
 {
     QString method = step.method;
-    if (method == QLatin1String("@tw_device")) {
-        const QByteArray content = step.args.value(0, Val("")).value.toString().toUtf8();
-        TwDeviceGuard::set(content.isEmpty() ? QByteArray() : content);
-        return true;
-    }
     if (method.startsWith(QLatin1String("TWKey."))) {
         target = d->host->manager();
         method = method.mid(6);
