@@ -851,7 +851,6 @@ MOCK_EXPORT void mock_set_wait_timeout(unsigned int milliseconds)
 // Electronic seal extension
 // ============================================================================
 
-#ifndef MOCKSKF_NO_EPS
 namespace {
 
 // The log line of the keyed EPS calls (ciphers and MAC).
@@ -877,7 +876,6 @@ ULONG epsCipher(const char *function, HCONTAINER hContainer, ULONG ulKeyIndex, B
 
 } // namespace
 
-#ifndef MOCKSKF_NO_EPS_DECRYPT
 MOCK_EXPORT ULONG EPS_Decrypt(HCONTAINER hContainer, ULONG ulKeyIndex, ULONG ulKeyAlgId, BYTE *pbIV, ULONG ulIVLen,
                               BYTE *pbInData, ULONG ulInDataLen, BYTE *pbOutData, ULONG *pulOutDataLen, ULONG ulFlags)
 {
@@ -885,7 +883,6 @@ MOCK_EXPORT ULONG EPS_Decrypt(HCONTAINER hContainer, ULONG ulKeyIndex, ULONG ulK
     MOCK_ENTER(epsLine(__func__, ulKeyIndex, ulKeyAlgId, ulIVLen, ulInDataLen, pbOutData, pulOutDataLen, ulFlags));
     return epsCipher(__func__, hContainer, ulKeyIndex, pbInData, ulInDataLen, pbOutData, pulOutDataLen);
 }
-#endif
 
 MOCK_EXPORT ULONG EPS_Encrypt(HCONTAINER hContainer, ULONG ulKeyIndex, ULONG ulKeyAlgId, BYTE *pbIV, ULONG ulIVLen,
                               BYTE *pbInData, ULONG ulInDataLen, BYTE *pbOutData, ULONG *pulOutDataLen, ULONG ulFlags)
@@ -936,13 +933,11 @@ MOCK_EXPORT ULONG EPS_WriteESealData(HAPPLICATION hApplication, BYTE *pbData, UL
     h->app->seal = fromRaw(pbData, ulDataSize);
     return SAR_OK;
 }
-#endif
 
 // ============================================================================
 // Devices
 // ============================================================================
 
-#ifndef MOCKSKF_NO_WAIT
 MOCK_EXPORT ULONG SKF_WaitForDevEvent(LPSTR szDevName, ULONG *pulDevNameLen, ULONG *pulEvent)
 {
     MOCK_ENTER(Line(__func__).size("size", pulDevNameLen));
@@ -965,7 +960,6 @@ MOCK_EXPORT ULONG SKF_WaitForDevEvent(LPSTR szDevName, ULONG *pulDevNameLen, ULO
     *pulEvent = event.second;
     return SAR_OK;
 }
-#endif
 
 MOCK_EXPORT ULONG SKF_CancelWaitForDevEvent(void)
 {
@@ -998,7 +992,6 @@ MOCK_EXPORT ULONG SKF_ConnectDev(LPSTR szName, DEVHANDLE *phDev)
     return SAR_OK;
 }
 
-#ifndef MOCKSKF_NO_DISCONNECT
 MOCK_EXPORT ULONG SKF_DisConnectDev(DEVHANDLE hDev)
 {
     MOCK_ENTER(Line(__func__).text("dev", devName(hDev)));
@@ -1013,7 +1006,6 @@ MOCK_EXPORT ULONG SKF_DisConnectDev(DEVHANDLE hDev)
         logout(d);
     return r;
 }
-#endif
 
 MOCK_EXPORT ULONG SKF_GetDevState(LPSTR szDevName, ULONG *pulDevState)
 {
