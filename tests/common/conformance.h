@@ -192,10 +192,6 @@ public:
         // The session for a device; by default the host's key manager
         // counts and opens it. Others construct theirs.
         std::function<QObject *(Conformance &, const QString &device)> session;
-        // The token library put in the package under the name in
-        // package.argument; by default the call tracer in front of the
-        // software token's SKF face (calls() reads its record).
-        QString library;
     };
 
     explicit Conformance(const KdpConfig &package = KdpConfig());

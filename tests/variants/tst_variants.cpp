@@ -31,7 +31,8 @@ struct Variant
 
     Conformance::Options options(const KdpConfig &config = KdpConfig())
     {
-        Conformance::Options o{config, {}};
+        Conformance::Options o;
+        o.package = config;
         o.session = [this](Conformance &suite, const QString &device) -> QObject * {
             if (!driver) {
                 package = std::make_unique<KeyDriverPackage>(suite.host().kdpPath() + QStringLiteral("/traced"));
