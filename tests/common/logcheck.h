@@ -2,7 +2,7 @@
 // a spec names function and message with the line number left open:
 //
 //   "open| end. kdpPath is empty"       a debug line, at least once
-//   "!load|end. error msg *"            an error line; a final * matches any rest
+//   "!load|end. error msg *"            an error line; * matches any text
 //   "loadKDP| end. contained.|0"        exactly that many lines (0: none)
 //   ">unloadKDPs| end"                  found after the line of the spec before
 //
@@ -17,14 +17,10 @@
 
 namespace LogCheck {
 
-inline QRegularExpression pattern(const QString &function, QString message)
+inline QRegularExpression pattern(const QString &function, const QString &message)
 {
-    const bool prefix = message.endsWith(QLatin1Char('*'));
-    if (prefix)
-        message.chop(1);
-    return QRegularExpression(QStringLiteral("^\\[%1:\\d+\\]%2%3$")
-                                  .arg(QRegularExpression::escape(function), QRegularExpression::escape(message),
-                                       prefix ? QStringLiteral(".*") : QString()),
+    const QString text = QRegularExpression::escape(message).replace(QStringLiteral("\\*"), QStringLiteral(".*"));
+    return QRegularExpression(QStringLiteral("^\\[%1:\\d+\\]%2$").arg(QRegularExpression::escape(function), text),
                               QRegularExpression::DotMatchesEverythingOption);
 }
 
