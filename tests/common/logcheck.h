@@ -55,9 +55,9 @@ inline QString unmet(const TWCore &core, const QStringList &specs)
 
 } // namespace LogCheck
 
-#define TW_VERIFY_LOG(core, specs)                                                                                   \
+#define TW_VERIFY_LOG(core, ...)                                                                                     \
     do {                                                                                                             \
-        const QString twUnmet = LogCheck::unmet((core), (specs));                                                    \
+        const QString twUnmet = LogCheck::unmet((core), __VA_ARGS__);                                                    \
         QVERIFY2(twUnmet.isEmpty(), qPrintable(twUnmet));                                                            \
     } while (0)
 
