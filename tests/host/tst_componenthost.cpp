@@ -1,110 +1,106 @@
-// The loader against a stand-in library: what it resolves, the order it
-// keeps, and what it refuses.
+// The loader against the real library, a library without the entry points,
+// and no file at all; and what the library prints kept out of twkey's own
+// output.
 #include "componenthost.h"
+#include "stdoutcapture.h"
 #include "twcall.h"
 #include "twcore.h"
 
+#include <QTemporaryDir>
 #include <QtTest>
 
-#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 class TstComponentHost : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void missingFileOrEntryPointIsReported();
-    void createBeforeInitIsRefused();
-    void startHandsOutOneManagerWiredToTheCore();
-    void versionSizeQueryAndRefusedBufferWithoutLength();
-    void shutdownDeletesTheManagerOnce();
+    void refusals()
+    {
+        TWCore core;
+        for (const char *path : {"/nonexistent/libTWKey.so", MOCKSKF_PATH}) {
+            ComponentHost host;
+            QVERIFY(!host.load(QString::fromLatin1(path)) && !host.isLoaded() && !host.errorString().isEmpty());
+            QVERIFY(!host.init(&core));
+            QCOMPARE(host.start(&core), nullptr);
+            int length = 0;
+            QCOMPARE(host.getVersion(nullptr, &length), -2);
+        }
+        ComponentHost noEntry;
+        noEntry.load(QStringLiteral(MOCKSKF_PATH));
+        QVERIFY2(noEntry.errorString().contains("ComponentInit"), qPrintable(noEntry.errorString()));
+        ComponentHost host;
+        QVERIFY(host.load(QStringLiteral(TWKEY_LIB)));
+        QCOMPARE(host.createComponent(), nullptr); // the library would fault before ComponentInit
+        QVERIFY(host.errorString().contains("ComponentInit"));
+        QVERIFY(!host.init(nullptr));
+        QCOMPARE(host.manager(), nullptr);
+    }
+
+    void startVersionAndShutdown()
+    {
+        QTemporaryDir bin;
+        TWCore core;
+        core.setBinPath(bin.path());
+        ComponentHost host;
+        QVERIFY(host.load(QStringLiteral(TWKEY_LIB)));
+        int length = 0;
+        QCOMPARE(host.getVersion(nullptr, &length), 0);
+        QCOMPARE(length, 9);
+        char buffer[16];
+        length = int(sizeof buffer);
+        QCOMPARE(host.getVersion(buffer, &length), -1);
+        QCOMPARE(host.getVersion(buffer, nullptr), -2); // refused here, a fault in the library
+        QObject *manager = host.start(&core);
+        QVERIFY(manager);
+        QCOMPARE(host.start(&core), manager);
+        QCOMPARE(host.createComponent(), manager);
+        QCOMPARE(host.createComponent(QStringLiteral("TWKEY.Other.1"), QStringLiteral("0000")), nullptr);
+        int count = -1;
+        QVERIFY(twCall(manager, "count", count) && count == 0);
+        QVERIFY(core.lines(TWCore::Level::Debug).join('\n').contains("kdpPath:" + bin.path() + "/kdp/"));
+        core.clear();
+        host.shutdown(true);
+        QVERIFY(core.lines(TWCore::Level::Debug).join('\n').contains("~TWKey")); // deleted while the core was there
+        QCOMPARE(host.manager(), nullptr);
+        const int lines = core.lineCount();
+        host.shutdown(true);
+        QCOMPARE(core.lineCount(), lines);
+        QVERIFY(host.init(&core));
+        QCOMPARE(host.createComponent(), nullptr); // the library would hand out the deleted manager
+    }
+
+    void libraryLinesGoToTheSinkOwnOutputStays()
+    {
+        QTemporaryDir dir;
+        const QByteArray path = QFile::encodeName(dir.filePath("stdout.txt"));
+        std::fflush(stdout);
+        const int original = ::dup(STDOUT_FILENO);
+        const int file = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        QVERIFY(original >= 0 && file >= 0 && ::dup2(file, STDOUT_FILENO) >= 0);
+        ::close(file);
+        QStringList sunk;
+        {
+            StdoutCapture capture([&sunk](const QString &line) { sunk << line; });
+            QVERIFY(capture.realStdout() != stdout);
+            std::printf("[TWKeyObjectSkf::PrintError] Error:fail \n");
+            std::fprintf(capture.realStdout(), "own output\n");
+            std::printf("SERIAL0001\nno newline at the end");
+            QVERIFY(::write(STDOUT_FILENO, "raw write\n", 10) == 10);
+        }
+        std::printf("after\n");
+        std::fflush(stdout);
+        ::dup2(original, STDOUT_FILENO);
+        ::close(original);
+        QFile f(QFile::decodeName(path));
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QCOMPARE(f.readAll(), QByteArray("own output\nafter\n"));
+        sunk.sort(); // the unbuffered write may overtake the buffered lines; each arrives whole
+        QCOMPARE(sunk, (QStringList{"SERIAL0001", "[TWKeyObjectSkf::PrintError] Error:fail ", "no newline at the end", "raw write"}));
+    }
 };
-
-void TstComponentHost::missingFileOrEntryPointIsReported()
-{
-    ComponentHost host;
-    QVERIFY(!host.load(QStringLiteral("/nonexistent/libTWKey.so")));
-    QVERIFY(!host.isLoaded());
-    QVERIFY(!host.errorString().isEmpty());
-
-    ComponentHost partial;
-    QVERIFY(!partial.load(QStringLiteral(FAKECOMPONENT_NOVERSION_PATH)));
-    QVERIFY(!partial.isLoaded());
-    QVERIFY2(partial.errorString().contains(QLatin1String("TW_GetVersion")), qPrintable(partial.errorString()));
-    TWCore core;
-    QVERIFY(!partial.init(&core));
-    QCOMPARE(partial.start(&core), nullptr);
-}
-
-void TstComponentHost::createBeforeInitIsRefused()
-{
-    ComponentHost host;
-    QVERIFY(host.load(QStringLiteral(FAKECOMPONENT_PATH)));
-    QCOMPARE(host.createComponent(), nullptr);
-    QVERIFY(host.errorString().contains(QLatin1String("ComponentInit")));
-    QVERIFY(!host.init(nullptr));
-    QCOMPARE(host.manager(), nullptr);
-}
-
-void TstComponentHost::startHandsOutOneManagerWiredToTheCore()
-{
-    TWCore core;
-    core.setBinPath(QStringLiteral("/srv/bin"));
-    ComponentHost host;
-    QVERIFY(host.load(QStringLiteral(FAKECOMPONENT_PATH)));
-    QObject *manager = host.start(&core);
-    QVERIFY(manager);
-    QCOMPARE(host.start(&core), manager);
-    QCOMPARE(host.createComponent(), manager);
-    // Refused identifiers give nothing.
-    QCOMPARE(host.createComponent(QStringLiteral("TWKEY.Other.1"), QStringLiteral("0000")), nullptr);
-
-    int count = 0;
-    QVERIFY(twCall(manager, "count", count));
-    QCOMPARE(count, 2);
-    QString path;
-    QVERIFY(twCall(manager, "scannedPath", path));
-    QCOMPARE(path, QStringLiteral("/srv/bin/kdp/"));
-    QVERIFY(core.lines(TWCore::Level::Debug).contains(QStringLiteral("fake manager made, bin /srv/bin")));
-    host.shutdown(true);
-}
-
-void TstComponentHost::versionSizeQueryAndRefusedBufferWithoutLength()
-{
-    ComponentHost unloaded;
-    int length = 0;
-    QCOMPARE(unloaded.getVersion(nullptr, &length), -2);
-
-    ComponentHost host;
-    QVERIFY(host.load(QStringLiteral(FAKECOMPONENT_PATH)));
-    QCOMPARE(host.getVersion(nullptr, &length), 0);
-    QCOMPARE(length, 9);
-    char buffer[16];
-    std::memset(buffer, 'x', sizeof buffer);
-    length = int(sizeof buffer);
-    QCOMPARE(host.getVersion(buffer, &length), -1);
-    QCOMPARE(length, 9);
-    QCOMPARE(QByteArray(buffer, 9), QByteArray(9, '\0'));
-    QCOMPARE(host.getVersion(buffer, nullptr), -2);
-}
-
-void TstComponentHost::shutdownDeletesTheManagerOnce()
-{
-    TWCore core;
-    ComponentHost host;
-    QVERIFY(host.load(QStringLiteral(FAKECOMPONENT_PATH)));
-    QVERIFY(host.start(&core));
-    core.clear();
-    host.shutdown(true);
-    // Deleted while the core was still handed over, so its last line arrived.
-    QCOMPARE(core.lines(TWCore::Level::Debug), QStringList{QStringLiteral("fake manager deleted")});
-    QCOMPARE(host.manager(), nullptr);
-    host.shutdown(true);
-    QCOMPARE(core.lineCount(), 1);
-    // The library would hand out the deleted manager again.
-    QVERIFY(host.init(&core));
-    QCOMPARE(host.createComponent(), nullptr);
-}
 
 QTEST_GUILESS_MAIN(TstComponentHost)
 #include "tst_componenthost.moc"
