@@ -15,6 +15,11 @@
 #include "session/keyobject.h"
 #include "twdeviceguard.h"
 
+namespace {
+QStringList g_debug; // Qt's debug stream
+void captureDebug(QtMsgType, const QMessageLogContext &, const QString &text) { g_debug << text; }
+} // namespace
+
 class TstManager : public QObject
 {
     Q_OBJECT
@@ -56,6 +61,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(mock.isLoaded(), qPrintable(mock.errorString()));
+        qInstallMessageHandler(captureDebug);
         QFile mounts(QStringLiteral("/proc/self/mountinfo")); // the device file is this process's own
         QVERIFY(mounts.open(QIODevice::ReadOnly));
         QCOMPARE(mounts.readAll().contains(" /tmp/tw_device "), TwDeviceGuard::isolation() == TwDeviceGuard::Isolation::Namespace);
@@ -156,7 +162,7 @@ private slots:
     // with a token library of its own; steps "call=expected": count,
     // open I, openEx I B (the key's serial, "same" as the key before, or
     // "null"), type (the last key's driver type), n PKG FN (calls of FN
-    // since the last clear), clear PKG.
+    // since the last clear), clear PKG, qdebug (Qt's debug lines since the last).
     void mapping_data()
     {
         QTest::addColumn<QStringList>("tokens");
@@ -164,7 +170,7 @@ private slots:
         QTest::addColumn<QStringList>("log");
         QTest::newRow("a token two drivers see counts once, for the first")
             << QStringList{"a:a-dev=SAME", "b:b-dev=SAME"}
-            << QStringList{"count=1", "clear b=", "open 0=SAME", "n b SKF_EnumDev=0", "open 1=null", "n b SKF_EnumDev=0"}
+            << QStringList{"count=1", "clear b=", "qdebug=TWKEY::COUNT|devList: (\"a-dev\")|devList: (\"b-dev\")", "open 0=SAME", "n b SKF_EnumDev=0", "open 1=null", "n b SKF_EnumDev=0"}
             << QStringList{"count| serialNumber: SAME|2", "count| end. keySN exist|1", "count| total Count:1|1",
                            "count| start", ">count| end."};
         QTest::newRow("three tokens across two drivers, one enumeration each")
@@ -187,7 +193,7 @@ private slots:
             << QStringList{"count=2", "open 1=null", "open 2=null", "open 0=SN1"} << QStringList();
         QTest::newRow("open before count") << QStringList{"a:a1=SN1"}
             << QStringList{"open 0=null", "openEx 0 1=null", "count=1", "open 0=SN1"} << QStringList();
-        QTest::newRow("no packages") << QStringList() << QStringList{"count=0", "open 0=null"}
+        QTest::newRow("no packages") << QStringList() << QStringList{"count=0", "qdebug=TWKEY::COUNT", "open 0=null"}
                                      << QStringList{"count| total Count:0"};
     }
     void mapping()
@@ -207,6 +213,7 @@ private slots:
         }
         auto manager = scan();
         KeyObject *last = nullptr;
+        g_debug.clear();
         for (const QString &step : steps) {
             const QStringList call = step.section('=', 0, 0).split(' ');
             const QString verb = call.at(0), want = step.section('=', 1);
@@ -226,6 +233,9 @@ private slots:
                 got = QString::number(libraries[call.at(1)]->count(call.at(2).toLatin1().constData()));
             } else if (verb == "clear") {
                 libraries[call.at(1)]->clearCalls();
+            } else if (verb == "qdebug") {
+                got = g_debug.join('|');
+                g_debug.clear();
             }
             QVERIFY2(got == want, qPrintable(QStringLiteral("%1: %2").arg(step, got)));
         }
@@ -276,7 +286,7 @@ private slots:
         manager->destroyKDI(&empty);
         QCOMPARE(manager->openByKDI(&empty, 0), nullptr);
         TW_VERIFY_LOG(core, {"createKDI| start", ">createKDI| KeyDriverPackage", ">createKDI|end. open kdp failed",
-                             ">createKDI| end", "countByKDI| total Count:2|2", "openByKDI| end.|2", "destroyKDI| find destroyKDI|1",
+                             ">createKDI| end", "countByKDI| start|3", "countByKDI| total Count:2|2", "openByKDI| end.|2", "destroyKDI| find destroyKDI|1",
                              "destroyKDI| start|2", "destroyKDI| end|2", "countByKDI| total Count:0|1", "openByKDI| openKey failed.|0"});
     }
 

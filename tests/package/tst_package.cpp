@@ -176,6 +176,8 @@ private slots:
                            "pkgs/slip.kdp!ok/../../escaped2.txt=out"}
             << "pkgs/slip.kdp" << false << "" << QStringList{"open| end. configPath invalidate"}
             << QStringList{"!escaped.txt", "!escaped2.txt", "!pkgs/slip/config.xml"};
+        QTest::newRow("entry with an absolute name") << QStringList{"abs.kdp!config.xml={CFG}", "abs.kdp!{ROOT}/absolute.txt=out"}
+            << "abs.kdp" << false << "" << QStringList() << QStringList{"!absolute.txt", "!abs/config.xml"};
         QTest::newRow("entry escaping through a link")
             << QStringList{"outside", "pkgs/link.kdp!config.xml={CFG}", "pkgs/link.kdp!door->../../outside",
                            "pkgs/link.kdp!door/planted.txt=out"}

@@ -17,8 +17,7 @@ QStringList g_messages; // Qt's debug stream, where the binding reports missing 
 
 void capture(QtMsgType, const QMessageLogContext &, const QString &text)
 {
-    if (text.contains(QLatin1String("load dll function")))
-        g_messages << text;
+    g_messages << text;
 }
 
 } // namespace
@@ -87,7 +86,7 @@ private slots:
         QTEST(skf.load(), "binds");
         for (QString &l : lines)
             l = QStringLiteral("%1: load dll function [%2] failed").arg(l.startsWith('W') ? "Warning" : "Error", l.mid(2));
-        QCOMPARE(g_messages, lines);
+        QCOMPARE(g_messages.filter("load dll function"), lines);
         const QMap<QString, const void *> table{
             {"EPS_Decrypt", reinterpret_cast<const void *>(skf.pEPS_Decrypt)},
             {"EPS_ImportSymmKey", reinterpret_cast<const void *>(skf.pEPS_ImportSymmKey)},
@@ -131,7 +130,7 @@ private slots:
     // noEnum I (a device name, "same" as the last key, or "null"), calls
     // (the library calls since the last, ';'-joined), n FN (calls of FN),
     // present DEV 0|1, fail FN CODE TIMES, size FN DELTA, clear, sessions,
-    // last (the last error), wait MS.
+    // last (the last error), wait MS, qdebug (Qt's debug lines since the last).
     void devices_data()
     {
         QTest::addColumn<QStringList>("tokens");
@@ -146,7 +145,7 @@ private slots:
             << QStringList{"size SKF_EnumDev 7=", "enum=a", "calls=" + sizeQuery + "SKF_EnumDev present=1 buf=set size=20"}
             << QStringList();
         QTest::newRow("no device") << QStringList()
-            << QStringList{"count=0", "calls=" + sizeQuery + "SKF_EnumDev present=1 buf=set size=0", "openKey 0=null"}
+            << QStringList{"qdebug=", "count=0", "qdebug=devList: ()", "calls=" + sizeQuery + "SKF_EnumDev present=1 buf=set size=0", "openKey 0=null"}
             << QStringList{"count| devList count: 0 ", "!openKey| devList count:0"};
         QTest::newRow("size query fails") << QStringList{"dev1:SN1"}
             << QStringList{"fail SKF_EnumDev 0x0A000001 1=", "enum=", "n SKF_EnumDev=1", "last=0"}
@@ -165,7 +164,7 @@ private slots:
                            ">open| KeyDriverSKF end", "openKey| dev name:dev1|2",
                            "open|  2 KeyDriverSKF end. noload  = 0, bRet = 0|1"};
         QTest::newRow("live session without enumeration") << QStringList{"dev1:SN1"}
-            << QStringList{"count=1", "noEnum 0=dev1", "calls=*", "noEnum 0=same", "calls=SKF_GenRandom dev=dev1 len=6"}
+            << QStringList{"qdebug=", "count=1", "qdebug=devList: (\"dev1\")", "noEnum 0=dev1", "calls=*", "noEnum 0=same", "calls=SKF_GenRandom dev=dev1 len=6"}
             << QStringList{"open|  1 KeyDriverSKF end. noload  = 1, bRet = 0", "noEnum|*|0"};
         // A session younger than 800 ms takes itself as good: the one wait here.
         QTest::newRow("a removed session is reopened, and dropped when that fails") << QStringList{"dev1:SN1"}
@@ -223,6 +222,9 @@ private slots:
                 mock.size_delta(a1.constData(), call.at(2).toInt());
             } else if (verb == "clear") {
                 mock.clear_faults();
+            } else if (verb == "qdebug") {
+                got = g_messages.join('|');
+                g_messages.clear();
             } else if (verb == "wait") {
                 QThread::msleep(call.at(1).toULong());
             } else if (verb == "sessions") {
@@ -264,6 +266,7 @@ private slots:
         bool openAtSignal = true;
         connect(driver.get(), &KeyDriverSKF::keyEvent, this, [&](QString, bool) { openAtSignal = key->isOpen(); });
         QSignalSpy spy(driver.get(), &KeyDriverSKF::keyEvent);
+        g_messages.clear();
         driver->on_keyEvent(QStringLiteral("dev1"), true);
         QVERIFY(key->isOpen() && openAtSignal);
         driver->on_keyEvent(QStringLiteral("dev1"), false);
@@ -271,6 +274,7 @@ private slots:
         QCOMPARE(KeyObject::findDev(QStringLiteral("dev1")), key);
         driver->on_keyEvent(QStringLiteral("unknown"), false);
         QCOMPARE(spy.count(), 3);
+        QCOMPARE(g_messages, (QStringList{"on_keyEvent... \"dev1\"", "on_keyEvent... \"dev1\"", "on_keyEvent... \"unknown\""}));
         QCOMPARE(spy.at(1), (QList<QVariant>{QStringLiteral("dev1"), false}));
         TW_VERIFY_LOG(core, QStringList{"on_keyEvent|devName :dev1 ,insert 0", ">on_keyEvent| end"});
 
