@@ -6,8 +6,8 @@
 // main, isolate() gives the process and its children a private mount
 // namespace with an empty file of their own bound over "/tmp/tw_device".
 // Where the system allows no namespace, the process holds an exclusive
-// flock on "/tmp/tw_device.lock" for its life instead, and a TwDeviceGuard
-// puts the file back as it found it.
+// flock on "/tmp/tw_device.lock" for its life instead and puts the file back
+// as it found it at exit. A TwDeviceGuard does that for a scope.
 #ifndef TWTEST_TWDEVICEGUARD_H
 #define TWTEST_TWDEVICEGUARD_H
 

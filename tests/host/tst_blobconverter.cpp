@@ -8,7 +8,6 @@
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/rsa.h>
 
 namespace {
 
@@ -58,24 +57,6 @@ QByteArray rsaBlob(EVP_PKEY *key, bool rightAligned)
     return blob;
 }
 
-// SM2 with SM3 and the default id, DER signatures: sign with der empty.
-QByteArray sm2(EVP_PKEY *key, const QByteArray &msg, const QByteArray &der = QByteArray())
-{
-    EVP_MD_CTX *md = EVP_MD_CTX_new();
-    EVP_PKEY_CTX *pctx = nullptr;
-    QByteArray sig(128, '\0');
-    size_t len = size_t(sig.size());
-    const auto *m = reinterpret_cast<const unsigned char *>(msg.constData());
-    bool ok = (der.isEmpty() ? EVP_DigestSignInit_ex(md, &pctx, "SM3", nullptr, nullptr, key, nullptr)
-                             : EVP_DigestVerifyInit_ex(md, &pctx, "SM3", nullptr, nullptr, key, nullptr)) == 1
-              && EVP_PKEY_CTX_set1_id(pctx, "1234567812345678", 16) == 1;
-    ok = ok && (der.isEmpty() ? EVP_DigestSign(md, reinterpret_cast<unsigned char *>(sig.data()), &len, m, size_t(msg.size()))
-                              : EVP_DigestVerify(md, reinterpret_cast<const unsigned char *>(der.constData()), size_t(der.size()), m,
-                                                 size_t(msg.size()))) == 1;
-    EVP_MD_CTX_free(md);
-    return !ok ? QByteArray() : der.isEmpty() ? sig.left(int(len)) : QByteArray("ok");
-}
-
 } // namespace
 
 class TstBlobConverter : public QObject
@@ -83,14 +64,15 @@ class TstBlobConverter : public QObject
     Q_OBJECT
 
 private slots:
-    void publicKeys()
+    // What the CLI table does not reach: the keys and signatures twkey meets
+    // through the token are checked by openssl there.
+    void edgesAndRefusals()
     {
         QString error;
         Key key = keygen("SM2");
         const QByteArray good = eccBlob(key.get());
         Key back = pemKey(BlobConverter::publicBlobToPem(good, &error));
         QVERIFY2(back && EVP_PKEY_eq(key.get(), back.get()) == 1 && EVP_PKEY_is_a(back.get(), "SM2"), qPrintable(error));
-        QCOMPARE(sm2(back.get(), "msg", sm2(key.get(), "msg")), QByteArray("ok")); // on the SM2 curve
         QByteArray offCurve = good, wrongBits = good;
         offCurve[131] = char(offCurve.at(131) ^ 1);
         put32(wrongBits, 0, 384);
@@ -99,67 +81,30 @@ private slots:
             QVERIFY(BlobConverter::publicBlobToPem(b.first, &error).isEmpty());
             QVERIFY2(error.contains(QLatin1String(b.second)), qPrintable(error));
         }
-        for (size_t bits : {1024u, 2048u}) {
-            Key rsa = keygen("RSA", bits);
-            for (bool right : {true, false}) {
-                Key r = pemKey(BlobConverter::publicBlobToPem(rsaBlob(rsa.get(), right), &error));
-                QVERIFY2(r && EVP_PKEY_eq(rsa.get(), r.get()) == 1, qPrintable(error));
-            }
-        }
+        Key rsa = keygen("RSA", 1024); // the token's modulus stands right, some stand left
+        Key left = pemKey(BlobConverter::publicBlobToPem(rsaBlob(rsa.get(), false), &error));
+        QVERIFY2(left && EVP_PKEY_eq(rsa.get(), left.get()) == 1, qPrintable(error));
         QByteArray empty(268, '\0');
         put32(empty, 4, 2048);
         QVERIFY(BlobConverter::rsaPublicBlobToPem(empty, &error).isEmpty());
-    }
 
-    void signatureForms()
-    {
-        Key key = keygen("SM2");
-        const QByteArray der = sm2(key.get(), "signed");
-        const QByteArray compact = BlobConverter::derToCompact(der);
-        QCOMPARE(compact.size(), 64);
-        const QByteArray blob = BlobConverter::compactToSignatureBlob(compact);
-        // r and s right-aligned in their 64-byte fields.
-        QCOMPARE(blob, QByteArray(32, '\0') + compact.left(32) + QByteArray(32, '\0') + compact.mid(32));
+        const QByteArray compact = QByteArray(31, '\x01') + '\x81' + QByteArray(32, '\x02');
+        const QByteArray blob = BlobConverter::compactToSignatureBlob(compact), der = BlobConverter::compactToDer(compact);
+        QCOMPARE(blob, QByteArray(32, '\0') + compact.left(32) + QByteArray(32, '\0') + compact.mid(32)); // r, s right-aligned
         QCOMPARE(BlobConverter::signatureBlobToCompact(blob), compact);
-        QCOMPARE(sm2(key.get(), "signed", BlobConverter::compactToDer(compact)), QByteArray("ok"));
-        QCOMPARE(sm2(key.get(), "other", BlobConverter::compactToDer(compact)), QByteArray());
+        QCOMPARE(BlobConverter::derToCompact(der), compact);
         for (const QByteArray &r : {BlobConverter::derToCompact(der + '\0'), BlobConverter::derToCompact("not a signature"),
                                     BlobConverter::compactToDer(compact.left(63)), BlobConverter::signatureBlobToCompact(blob.left(127))})
             QVERIFY(r.isEmpty());
-    }
 
-    void digestInfoIsWhatPkcs1VerifiesAgainst()
-    {
-        Key key = keygen("RSA", 2048);
-        const QByteArray msg = "pay 100 to the bearer", info = BlobConverter::sha256DigestInfo(msg);
-        QCOMPARE(info.size(), 19 + 32);
-        // Signed as a token does (PKCS#1 v1.5, nothing added), verified as SHA-256.
-        EVP_PKEY_CTX *ctx = EVP_PKEY_CTX_new(key.get(), nullptr);
-        QByteArray sig(256, '\0');
-        size_t len = 256;
-        QVERIFY(EVP_PKEY_sign_init(ctx) == 1 && EVP_PKEY_CTX_set_rsa_padding(ctx, RSA_PKCS1_PADDING) == 1
-                && EVP_PKEY_sign(ctx, reinterpret_cast<unsigned char *>(sig.data()), &len,
-                                 reinterpret_cast<const unsigned char *>(info.constData()), size_t(info.size())) == 1);
-        EVP_PKEY_CTX_free(ctx);
-        EVP_MD_CTX *md = EVP_MD_CTX_new();
-        QVERIFY(EVP_DigestVerifyInit(md, nullptr, EVP_sha256(), nullptr, key.get()) == 1
-                && EVP_DigestVerify(md, reinterpret_cast<const unsigned char *>(sig.constData()), len,
-                                    reinterpret_cast<const unsigned char *>(msg.constData()), size_t(msg.size())) == 1);
-        EVP_MD_CTX_free(md);
-    }
-
-    void certificatesBetweenDerAndPem()
-    {
-        QByteArray der;
+        QByteArray cert;
         for (int i = 0; i < 200; ++i)
-            der += char(i * 7);
-        const QByteArray pem = BlobConverter::certificateToPem(der);
-        QVERIFY(pem.startsWith("-----BEGIN CERTIFICATE-----\n") && pem.endsWith("-----END CERTIFICATE-----\n"));
+            cert += char(i * 7);
+        const QByteArray pem = BlobConverter::certificateToPem(cert);
         for (const QByteArray &line : pem.split('\n'))
             QVERIFY(line.size() <= 64 || line.startsWith("-----"));
-        QCOMPARE(BlobConverter::certificateToDer(pem), der);
-        QCOMPARE(BlobConverter::certificateToDer("text before\n" + pem), der);
-        QCOMPARE(BlobConverter::certificateToDer(der), der);
+        QCOMPARE(BlobConverter::certificateToDer("text before\n" + pem), cert);
+        QCOMPARE(BlobConverter::certificateToDer(cert), cert);
         QVERIFY(BlobConverter::certificateToDer("-----BEGIN CERTIFICATE-----\nAAAA").isEmpty());
     }
 };
