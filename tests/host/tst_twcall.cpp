@@ -1,5 +1,5 @@
-// Calls by name: which method a call reaches, what it writes, and what it
-// leaves alone. Each row is one call and what it shows.
+// Calls by name: which form a call reaches, what it writes, and what it
+// refuses and leaves alone (the e2e and CLI tables make the calls that work).
 #include "twcall.h"
 
 #include <QtTest>
@@ -18,14 +18,7 @@ public:
     int calls = 0;
     QString seen;
     Q_INVOKABLE QString readFile(QString name, quint64 offset = 0, quint64 size = 0) { ++calls; return QString("%1:%2:%3").arg(name).arg(offset).arg(size); }
-    Q_INVOKABLE bool negate(bool v) { ++calls; return !v; }
     Q_INVOKABLE int add(int a, int b) { ++calls; return a + b; }
-    Q_INVOKABLE uint twice(uint v) { ++calls; return v * 2; }
-    Q_INVOKABLE qint64 minus(qint64 v) { ++calls; return -v; }
-    Q_INVOKABLE quint64 high(quint64 v) { ++calls; return v << 32; }
-    Q_INVOKABLE QStringList split(QString t) { ++calls; return t.split(','); }
-    Q_INVOKABLE QByteArray reversed(QByteArray b) { ++calls; std::reverse(b.begin(), b.end()); return b; }
-    Q_INVOKABLE Qt::HANDLE handleOf(QString n) { ++calls; return reinterpret_cast<Qt::HANDLE>(quintptr(0x1000 + n.size())); }
     Q_INVOKABLE QByteArray exportKey(Qt::HANDLE c, quint64 alg, QByteArray pub, Qt::HANDLE *key)
     {
         ++calls;
@@ -42,15 +35,7 @@ public:
     explicit Probe(QObject *parent = nullptr) : QObject(parent) {}
 };
 
-class DerivedProbe : public Probe
-{
-    Q_OBJECT
-public:
-    Q_INVOKABLE QString onlyHere() { ++calls; return QStringLiteral("derived"); }
-};
-
 QString show(const QString &v) { return v; }
-QString show(const QStringList &v) { return v.join('|'); }
 QString show(const QByteArray &v) { return QString::fromLatin1(v); }
 QString show(const TWPtr &v) { return v.value ? QString("ptr") : QString("null"); }
 QString show(Qt::HANDLE v) { return QString::number(quintptr(v), 16); }
@@ -85,15 +70,7 @@ private slots:
         row("middle form", [=](Probe &p) { return call(&p, "readFile", QString(), n, quint64(5)); }, "cert.der:5:0", 1);
         row("full form", [=](Probe &p) { return call(&p, "readFile", QString(), n, quint64(5), quint64(7)); }, "cert.der:5:7", 1);
         row("blanks around", [=](Probe &p) { return call(&p, " readFile ", QString(), n); }, "cert.der:0:0", 1);
-        row("bool", [](Probe &p) { return call(&p, "negate", false, false); }, "1", 1);
         row("int", [](Probe &p) { return call(&p, "add", 0, 40, 2); }, "42", 1);
-        row("uint", [](Probe &p) { return call(&p, "twice", 0u, 0x7fffffffu); }, "4294967294", 1);
-        row("qint64", [](Probe &p) { return call(&p, "minus", qint64(0), qint64(1) << 40); }, "-1099511627776", 1);
-        row("quint64", [](Probe &p) { return call(&p, "high", quint64(0), quint64(0xABCD)); }, "188896956645376", 1);
-        row("QStringList", [](Probe &p) { return call(&p, "split", QStringList(), QString("a,b,c")); }, "a|b|c", 1);
-        row("QByteArray", [](Probe &p) { return call(&p, "reversed", QByteArray(), QByteArray("xyz")); }, "zyx", 1);
-        row("Qt::HANDLE", [](Probe &p) { return call(&p, "handleOf", Qt::HANDLE(), QString("abc")); }, "1003", 1);
-        row("const argument", [](Probe &p) { const QString c("abcd"); return call(&p, "handleOf", Qt::HANDLE(), c); }, "1004", 1);
         row("pointer result", [](Probe &p) { const QString r = call(&p, "child", TWPtr{"Probe*"}, 0); return r + QString::number(p.children().size()); }, "ptr1", 1);
         row("null pointer result", [&](Probe &p) { return call(&p, "child", TWPtr{"Probe*", &p}, 1); }, "null", 1);
         row("out-parameter", [](Probe &p) {
@@ -109,7 +86,6 @@ private slots:
         }, "1Agent", 1);
         row("void method", [](Probe &p) { const bool ok = twCallVoid(&p, "touch", QString("seen")); return QString::number(ok) + p.seen; }, "1seen", 1);
         row("no result wanted", [](Probe &p) { return QString::number(twCallVoid(&p, "add", 1, 2)); }, "1", 1);
-        row("derived method", [](Probe &p) { return call(&p, "onlyHere", QString()); }, "derived", 1);
         row("no such name", [](Probe &p) { return call(&p, "noSuchMethod", QString("preset"), QString("x")); }, "refused preset", 0);
         row("other argument type", [](Probe &p) { return call(&p, "readFile", QString("preset"), QString("x"), 5); }, "refused preset", 0);
         row("too many arguments", [](Probe &p) { return call(&p, "readFile", QString("preset"), QString("x"), quint64(1), quint64(2), quint64(3)); }, "refused preset", 0);
@@ -121,25 +97,13 @@ private slots:
         row("Probe* into QObject*", [](Probe &p) { return call(&p, "child", TWPtr{"QObject*", &p}, 0); }, "refused ptr", 0);
         row("class by another name", [](Probe &p) { ProbeAgent a; return call(&p, "agentName", 0, TWPtr{"QObject*", &a}); }, "refused 0", 0);
         row("result slot for void", [](Probe &p) { const QString r = call(&p, "touch", 9, QString("again")); return r + p.seen; }, "refused 9", 0);
-        row("not in the base", [](Probe &) { Probe base; return call(&base, "onlyHere", QString()); }, "refused ", 0);
     }
     void calls()
     {
         QFETCH(std::function<QString(Probe &)>, call);
-        DerivedProbe probe;
+        Probe probe;
         QTEST(call(probe), "shows");
         QTEST(probe.calls, "calls");
-    }
-
-    void signatureIsNormalized()
-    {
-        QString s;
-        quint64 n = 0;
-        TWPtr out{"Qt::HANDLE*"};
-        QCOMPARE(TWCall::signature("  readFile ", {twcall_detail::slot(s), twcall_detail::slot(n)}), QByteArray("readFile(QString,quint64)"));
-        Qt::HANDLE h = nullptr;
-        QCOMPARE(TWCall::signature("key", {twcall_detail::slot(h), twcall_detail::slot(out)}), QByteArray("key(Qt::HANDLE,Qt::HANDLE*)"));
-        QCOMPARE(TWCall::signature("count", {}), QByteArray("count()"));
     }
 };
 
