@@ -143,9 +143,9 @@ QString logProblem(const QStringList &expected, const QStringList &log)
 // "end") on each way out: the starts and ends of a call nest.
 QString unbalanced(const QStringList &log)
 {
-    // An end is " end", " end.", or " end" with a reason in words behind it.
+    // An end is " end", " end.", " end ", or " end" with a reason in words behind it.
     static const QRegularExpression line(QStringLiteral(
-        "^!?\\[([^\\]]*)\\](?:( (?:KeyObjectSKF )?start)$|( ?(?:KeyObjectSKF )?(?:end\\.?$|end[ .,]+[A-Za-z].*|End_.*)))?"));
+        "^!?\\[([^\\]]*)\\](?:( (?:KeyObjectSKF )?start)$|( ?(?:KeyObjectSKF )?(?:end[. ]?$|end[ .,]+[A-Za-z].*|End_.*)))?"));
     QStringList open;
     for (const QString &l : log) {
         const QRegularExpressionMatch m = line.match(l);

@@ -38,6 +38,8 @@ bool KdpFixture::writePackage(const QString &dir, const KdpConfig &config, const
     }
     if (config.createFileByVerifyPin)
         w.writeTextElement(QStringLiteral("createfilebyverifypin"), *config.createFileByVerifyPin);
+    for (const auto &e : config.extra)
+        w.writeTextElement(e.first, e.second);
     w.writeEndDocument();
     QFile file(dir + QStringLiteral("/config.xml"));
     if (!QDir().mkpath(dir) || !file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(xml) < 0)
