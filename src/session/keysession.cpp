@@ -254,6 +254,34 @@ void KeySession::labelSet(const QString &label)
     Q_UNUSED(label);
 }
 
+QString KeySession::fileStep(FileStep step, const QString &hostName, const QString &name, QByteArray *data)
+{
+    Q_UNUSED(step);
+    Q_UNUSED(hostName);
+    Q_UNUSED(data);
+    return name;
+}
+
+QStringList KeySession::filesFound(const QStringList &names)
+{
+    return names;
+}
+
+KeySession::Traits KeySession::probingTraits(const char *printTag, const char *pinInfoWord)
+{
+    Traits traits;
+    traits.printTag = printTag;
+    traits.pinInfoWord = pinInfoWord;
+    traits.verifyPrintsError = false;
+    traits.closeEnds = true;
+    traits.closesContainers = true;
+    traits.enumFilesSizeFailCloses = true;
+    traits.looseReplace = true;
+    traits.readsFullStore = false;
+    traits.singleUnblock = true;
+    return traits;
+}
+
 ULONG KeySession::connectDevice(DEVHANDLE *handle)
 {
     // Without a function table there is no library to connect through.
@@ -860,8 +888,8 @@ bool KeySession::createFile(QString fileName, quint64 ulFileSize, quint64 readRi
     if (SKF_REFUSED({!m_api->ready(), SAR_USER_NOT_LOGGED_IN, kAppIsNull},
                     {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid}))
         return false;
-    const ULONG ret = m_api->createFile(fileName.toUtf8().data(), ULONG(ulFileSize), ULONG(readRights),
-                                                 ULONG(writeRights));
+    const QString name = fileStep(FileStep::Create, fileName, fileName, nullptr);
+    const ULONG ret = m_api->createFile(name.toUtf8().data(), ULONG(ulFileSize), ULONG(readRights), ULONG(writeRights));
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_CreateFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError, false);
         return false;
@@ -898,7 +926,7 @@ QStringList KeySession::enumFiles()
         m_fileList.clear();
         return m_fileList;
     }
-    m_fileList = splitNames(buffer, size);
+    m_fileList = filesFound(splitNames(buffer, size));
     SLOG(" end");
     return m_fileList;
 }
@@ -913,9 +941,10 @@ QByteArray KeySession::readFile(QString fileName, quint64 ulOffset, quint64 ulSi
         return QByteArray();
 
     // Attributes are asked under the Latin-1 name, the read under UTF-8.
+    const QString name = fileStep(FileStep::Read, fileName, fileName, nullptr);
     FILEATTRIBUTE attributes;
     std::memset(&attributes, 0, sizeof(attributes));
-    ULONG ret = m_api->getFileInfo(fileName.toLatin1().data(), &attributes);
+    ULONG ret = m_api->getFileInfo(name.toLatin1().data(), &attributes);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_GetFileInfo failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
         return QByteArray();
@@ -928,15 +957,17 @@ QByteArray KeySession::readFile(QString fileName, quint64 ulOffset, quint64 ulSi
     QByteArray buffer;
     ULONG outLength = attributes.FileSize;
     ret = allocate(buffer, attributes.FileSize, 1)
-              ? m_api->readFile(fileName.toUtf8().data(), ULONG(ulOffset), attributes.FileSize, outBytes(buffer),
+              ? m_api->readFile(name.toUtf8().data(), ULONG(ulOffset), attributes.FileSize, outBytes(buffer),
                                 &outLength)
               : ULONG(SAR_MEMORYERR);
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_ReadFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
         return QByteArray();
     }
+    QByteArray content = written(buffer, qMin(outLength, attributes.FileSize));
+    fileStep(FileStep::ReadDone, fileName, name, &content);
     SLOG(" end");
-    return written(buffer, qMin(outLength, attributes.FileSize));
+    return content;
 }
 
 bool KeySession::writeFile(QString fileName, quint64 offset, QByteArray data)
@@ -946,7 +977,8 @@ bool KeySession::writeFile(QString fileName, quint64 offset, QByteArray data)
                     {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid},
                     {data.isEmpty(), SAR_INDATALENERR, kDataInvalid}))
         return false;
-    const ULONG ret = m_api->writeFile(fileName.toUtf8().data(), ULONG(offset), inBytes(data), ULONG(data.size()));
+    const QString name = fileStep(FileStep::Write, fileName, fileName, &data);
+    const ULONG ret = m_api->writeFile(name.toUtf8().data(), ULONG(offset), inBytes(data), ULONG(data.size()));
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_WriteFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::ErrorThenClose, false);
         return false;
@@ -961,7 +993,8 @@ bool KeySession::deleteFile(QString fileName)
     if (SKF_REFUSED({!m_api->ready(), SAR_USER_NOT_LOGGED_IN, kAppIsNull},
                     {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid}))
         return false;
-    const ULONG ret = m_api->deleteFile(fileName.toUtf8().data());
+    const QString name = fileStep(FileStep::Delete, fileName, fileName, nullptr);
+    const ULONG ret = m_api->deleteFile(name.toUtf8().data());
     if (ret != SAR_OK) {
         SKF_FAILED(ret, " SKF_DeleteFile failed,ret = %d", SkfCall::CloseIfRemoved, SkfCall::CloseThenError, false);
         return false;
@@ -985,8 +1018,8 @@ bool KeySession::writeFileV1(QString fileName, QByteArray data)
     // failed deletion is passed over, it shows as a failed creation.
     if (m_traits.looseReplace)
         enumFiles();
-    QByteArray name = fileName.toUtf8();
-    const ULONG length = ULONG(data.size());
+    const QString tokenName = fileStep(FileStep::Replace, fileName, fileName, nullptr);
+    QByteArray name = tokenName.toUtf8();
     if (m_traits.fileProbeWord)
         SLOG(m_traits.fileProbeWord);
     if (m_api->fileExists(name.data()) == SAR_OK) {
@@ -998,6 +1031,8 @@ bool KeySession::writeFileV1(QString fileName, QByteArray data)
         }
     }
 
+    name = fileStep(FileStep::ReplaceMake, fileName, tokenName, &data).toUtf8();
+    const ULONG length = ULONG(data.size());
     ULONG ret = m_api->createFile(name.data(), length, 0xFF, 0xFF);
     if (m_traits.replaceLogsSize)
         SLOGF("fileName:%s,size:%d", fileName.toUtf8().constData(), data.size());

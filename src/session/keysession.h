@@ -84,6 +84,12 @@ public:
     static const char kBuiltInAdminPin[];
     static const char kDefaultUserPin[];
 
+    // What the classes that keep their session by this open() share
+    // besides: close() that closes, containers given back, the first file
+    // listing call failing like the second, the looser writeFileV1, one
+    // unblock, and no PrintError for a refused PIN.
+    static Traits probingTraits(const char *printTag, const char *pinInfoWord);
+
     KeySession(KeyDriverPackage *package, QString devName, const Traits &traits, TokenApi *api);
     ~KeySession() override;
 
@@ -210,6 +216,18 @@ protected:
     virtual bool beforeRsaKeyPairImport();
     // Right after the library took a new label.
     virtual void labelSet(const QString &label);
+
+    // The points of the file operations where a class lays names of its
+    // own over the token's store. Create to Replace come past the guards,
+    // with the host's name, and give the name the token is to see (Write
+    // may change what is written); in writeFileV1, Replace follows the
+    // listing that looseReplace makes, and ReplaceMake comes right before
+    // the new file is made. ReadDone has what was read. `data` is null
+    // where the step has none.
+    enum class FileStep { Create, Read, Write, Delete, Replace, ReplaceMake, ReadDone };
+    virtual QString fileStep(FileStep step, const QString &hostName, const QString &name, QByteArray *data);
+    // The names of a listing that worked, as enumFiles is to give them.
+    virtual QStringList filesFound(const QStringList &names);
 
     QStringList m_fileList;
     quint64 m_AlgID;

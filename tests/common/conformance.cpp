@@ -1,6 +1,7 @@
 #include "conformance.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QMetaMethod>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -142,8 +143,9 @@ QString logProblem(const QStringList &expected, const QStringList &log)
 // "end") on each way out: the starts and ends of a call nest.
 QString unbalanced(const QStringList &log)
 {
-    static const QRegularExpression line(
-        QStringLiteral("^!?\\[([^\\]]*)\\](?:( (?:KeyObjectSKF )?start)$|( ?(?:KeyObjectSKF )?[Ee]nd))?"));
+    // An end is " end", " end.", or " end" with a reason in words behind it.
+    static const QRegularExpression line(QStringLiteral(
+        "^!?\\[([^\\]]*)\\](?:( (?:KeyObjectSKF )?start)$|( ?(?:KeyObjectSKF )?(?:end\\.?$|end[ .,]+[A-Za-z].*|End_.*)))?"));
     QStringList open;
     for (const QString &l : log) {
         const QRegularExpressionMatch m = line.match(l);
@@ -223,9 +225,9 @@ Row &Row::fault(const QString &function, quint32 code, int times)
     return *this;
 }
 
-Row &Row::lie(const QString &function, qint32 delta, int times)
+Row &Row::lie(const QString &function, qint32 delta, int times, int skip)
 {
-    m_pending.faults << Fault{function, 0, times, true, delta, 0};
+    m_pending.faults << Fault{function, 0, times, true, delta, skip};
     return *this;
 }
 
@@ -296,7 +298,9 @@ struct Conformance::Private
     QString store() const { return dir.path() + QStringLiteral("/store"); }
 };
 
-Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, {}, {}}) {}
+Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, QStringLiteral(SKFTRACE_PATH), {}}) {}
+
+Conformance::Conformance(const QString &library) : Conformance(Options{KdpConfig(), library, {}}) {}
 
 Conformance::Conformance(const Options &options) : d(new Private)
 {
@@ -323,9 +327,8 @@ Conformance::Conformance(const Options &options) : d(new Private)
     d->standard.apps[0].containers[0].encCert = QByteArrayLiteral("enc-cert-c1");
 
     KdpConfig config = options.package;
-    if (options.library.isEmpty())
-        config.argument = QStringLiteral("libskftrace.so");
     const QString library = options.library.isEmpty() ? QStringLiteral(SKFTRACE_PATH) : options.library;
+    config.argument = QFileInfo(library).fileName();
     if (d->kdp.addPackage(QStringLiteral("traced"), config, library).isEmpty()) {
         d->startProblem = QStringLiteral("package not written");
         return;
@@ -393,11 +396,6 @@ bool Conformance::act(const Prepared &p, const Step &step, QString *problem)
 bool Conformance::call(QObject *target, const Step &step, QString *shownResult, QString *problem)
 {
     QString method = step.method;
-    if (method == QLatin1String("@tw_device")) {
-        const QByteArray content = step.args.value(0, Val("")).value.toString().toUtf8();
-        TwDeviceGuard::set(content.isEmpty() ? QByteArray() : content);
-        return true;
-    }
     if (method.startsWith(QLatin1String("TWKey."))) {
         target = d->host->manager();
         method = method.mid(6);

@@ -29,23 +29,32 @@
 //                 meet a line of the same function beginning " end" or
 //                 "end", nested, unless the row says loose()
 //   out(list)     standard-output lines, exactly; default none
+//   state(glob)   the device-state file after the call ("" for none)
+//   then(m, args, glob)  a further by-name call after the checks, its shown result
 // Globs: '*' is any text, everything else literal.
+//
+// Set-up: token(edit) changes the standard token (Conformance::
+// standardToken(): application TW_APP, PINs 88888888 / 12345678, SM2
+// container c1 with certificates, RSA container r1) before the row's device
+// is made; fault(fn, code, times), second(fn, code) (the second call fails),
+// lie(fn, delta) (a size report off by delta), pull() (the device taken
+// out) and change(edit) (its data edited) act just before the next
+// before() step, or else just before the call.
 //
 // Arguments: "text" is a QString, true/false a bool, a number a quint64,
 // bin("..")/hex("..") a QByteArray, ref("c") what a step saved as "c",
 // nullHandle() a null Qt::HANDLE, outHandle("k") a Qt::HANDLE* whose value
 // is saved as "k", i32(n) an int. Steps save their result by name:
 // before("openContainer", {"c1"}, "c"). A method "TWKey.count" goes to the
-// key manager; such a row gets no session made ahead. "@tw_device" with a
-// text writes the device-state file (an empty text removes it). Faults,
-// pull() (the device taken out) and change() (its data edited) act just
-// before the next before() step, or before the call. Each new row starts
-// without a device-state file.
+// key manager; such a row gets no session made ahead. Each new row starts
+// without a device-state file; the call finds it as the row's own set-up
+// left it.
 //
 // Rows run in order, each on a new device; reuse() keeps the previous row's
 // device and session. aged() rows run after one wait past the session's
 // 800 ms open clock, shared by all aged rows of the table. Other session
-// classes plug in through Conformance::Options (how the session is made).
+// classes plug in through Conformance::Options: the library the package
+// names, and how the session for a device is made (a constructor, say).
 #ifndef TWTEST_CONFORMANCE_H
 #define TWTEST_CONFORMANCE_H
 
@@ -121,7 +130,7 @@ public:
     Row &token(std::function<void(DeviceData &)> edit) { m_token = std::move(edit); return *this; }
     // Done to the token just before the next before(), else before the call.
     Row &fault(const QString &function, quint32 code, int times = 1);
-    Row &lie(const QString &function, qint32 delta, int times = 1);
+    Row &lie(const QString &function, qint32 delta, int times = 1, int skip = 0);
     // The function's second call fails with the code (the first passes).
     Row &second(const QString &function, quint32 code);
     Row &pull() { m_pending.pull = true; return *this; }
@@ -177,16 +186,16 @@ public:
     struct Options
     {
         KdpConfig package;
+        // The SKF library the package names: the tracer, or a build of it
+        // that leaves names out (tests/common/CMakeLists.txt).
+        QString library = QStringLiteral(SKFTRACE_PATH);
         // The session for a device; by default the host's key manager
         // counts and opens it. Others construct theirs.
         std::function<QObject *(Conformance &, const QString &device)> session;
-        // The token library put in the package under the name in
-        // package.argument; by default the call tracer in front of the
-        // software token's SKF face (calls() reads its record).
-        QString library;
     };
 
     explicit Conformance(const KdpConfig &package = KdpConfig());
+    explicit Conformance(const QString &library);
     explicit Conformance(const Options &options);
     ~Conformance();
 

@@ -1,18 +1,13 @@
 // Runs each test function of a QtTest class in a process of its own, for
 // scenarios that need a fresh library (one key manager per process):
-//
-//   class TestScan : public QObject { Q_OBJECT private slots: void emptyFolder(); void missingFolder(); };
 //   TW_TEST_MAIN_ISOLATED(TestScan)
-//   #include "tst_scan.moc"
-//
 // With function names on the command line it is a plain QtTest run (what
-// ctest does through tw_add_isolated_tests); without any it starts itself
-// once per test function and fails if any of them fails.
+// ctest does through tw_add_isolated_tests); without, it starts itself once
+// per test function and fails if any of them fails.
 #ifndef TWTEST_ISOLATEDTEST_H
 #define TWTEST_ISOLATEDTEST_H
 
 #include <QCoreApplication>
-#include <QObject>
 
 int twRunIsolated(QObject *testObject, int argc, char **argv);
 

@@ -1,37 +1,41 @@
-// Keeps the machine-wide device-state file as it was: a test that lets the
-// library connect to a token changes "/tmp/tw_device", so it holds one of
-// these for its whole run (e.g. a member of the test class):
+// The machine-wide device-state file "/tmp/tw_device" for tests.
 //
-//   TwDeviceGuard guard;     // saves the content, or that there was none
-//   ...                      // restored (or removed again) on destruction
-//
-// Tests that connect should also take the ctest RESOURCE_LOCK "tw_device",
-// so that two of them do not write the file at once.
+// A test that lets the library connect a token rewrites that file. So that
+// two test runs on one machine (two checkouts, two ctest runs) never meet
+// there, such a test is built with tw_isolate_device(<target>) (CMake): before
+// main, isolate() gives the process and its children a private mount
+// namespace with an empty file of their own bound over "/tmp/tw_device".
+// Where the system allows no namespace, the process holds an exclusive
+// flock on "/tmp/tw_device.lock" for its life instead and puts the file back
+// as it found it at exit. A TwDeviceGuard does that for a scope.
 #ifndef TWTEST_TWDEVICEGUARD_H
 #define TWTEST_TWDEVICEGUARD_H
 
 #include <QByteArray>
-#include <QString>
 
 class TwDeviceGuard
 {
 public:
     static const char *const kPath;
+    enum class Isolation { None, Namespace, Lock };
 
     TwDeviceGuard();
     ~TwDeviceGuard();
-
     TwDeviceGuard(const TwDeviceGuard &) = delete;
     TwDeviceGuard &operator=(const TwDeviceGuard &) = delete;
 
-    // The file's content now; a null array when there is no file.
+    // The file's content; a null array when there is none.
     static QByteArray current();
-    // Writes the file (content as it stands, no line end) or removes it for a null array.
+    // Writes the content as it stands; a null array removes the file (in a
+    // namespace, where the file is a mount point, it is emptied: the library
+    // reads an empty file as none).
     static bool set(const QByteArray &content);
+    // Once per process, before any thread: see above. Children inherit it.
+    static Isolation isolate();
+    static Isolation isolation();
 
 private:
     QByteArray m_saved;
-    bool m_existed;
 };
 
 #endif

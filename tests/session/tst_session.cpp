@@ -1,9 +1,26 @@
 // The SKF session, black-box: rows of conformance.h against the software
 // token behind the call tracer, through the test host, by method name.
+// Opening and closing, identity, result words, and sessions that a host
+// cannot make: one without a driver, one over a library without seal.
 #include <QTest>
 
 #include "isolatedtest.h"
 #include "sessionrows.h"
+#include "session/keyobjectskf.h"
+
+namespace {
+
+const auto identity = [](DeviceData &d) {
+    d.serial = QStringLiteral("SN20CHARSERIAL000001");
+    d.label = QStringLiteral("LBL");
+    d.manufacturer = QStringLiteral("MAKER");
+    d.hwMajor = 2;
+    d.hwMinor = 10;
+    d.fwMajor = 3;
+    d.fwMinor = 7;
+};
+
+} // namespace
 
 class TestSession : public QObject
 {
@@ -11,6 +28,12 @@ class TestSession : public QObject
 
 private slots:
     void openAndClose();
+    void identity();
+    void limitedSerial();
+    void wholeSerial();
+    void words();
+    void withoutSeal();
+    void withoutDriver();
 };
 
 void TestSession::openAndClose()
@@ -28,7 +51,7 @@ void TestSession::openAndClose()
             .calls(kEnumDev + kConnect.mid(0, 4) + QStringList{
                 R"(SKF_EnumContainer(h2, null, 0->1) = 0x00000000)", R"(SKF_EnumContainer(h2, ->{}, 1->1) = 0x00000000)",
                 R"(SKF_CloseApplication(h2) = 0x00000000)", R"(SKF_DisConnectDev(h1) = 0x00000000)"})
-            .log({" end"}),
+            .log({"[enumContainer] end", "[open] end"}),
         Row("first application fails to open").token(emptyAppFirst).fault("SKF_OpenApplication", SAR_APPLICATION_NOT_EXISTS)
             .call("TWKey.count").is("1").err(SAR_APPLICATION_NOT_EXISTS)
             .calls(kEnumDev + kConnect.mid(0, 2) + QStringList{
@@ -80,6 +103,142 @@ void TestSession::openAndClose()
             .calls({"SKF_GenRandom(h1, buf, 6) = 0x0A000023", R"(SKF_ConnectDev("d*", ->null) = 0x0A000023)",
                     "SKF_CloseApplication(h2) = 0x0A000023", "SKF_DisConnectDev(h1) = 0x0A000023"})
             .out({"SN000015", printed("设备已移除")}),
+    });
+}
+
+void TestSession::identity()
+{
+    Conformance suite;
+    suite.run({
+        Row("label").token(::identity).call("labelName").is("\"LBL\"").calls({}).log({"[labelName] labelName = LBL "}),
+        Row("serial cut to sixteen").reuse().call("serialNumber").is("\"SN20CHARSERIAL00\"")
+            .log({"[GetSerialNumByString] End_GetSerialNumByString_strSerialNum is:SN20CHARSERIAL00",
+                  "[serialNumber] serialNumber(A) = SN20CHARSERIAL00 "}),
+        Row("whole serial").reuse().call("serialNumberEx").is("\"SN20CHARSERIAL000001\"")
+            .log({" serialNumber = SN20CHARSERIAL000001 "}),
+        Row("maker").reuse().call("GetManufacturer").is("\"MAKER\"").log({" Manufacturer = MAKER "}),
+        Row("hardware version").reuse().call("GetHWVersion").is("\"2.10\"").log({" strMajor is:2", " strMinor is:10"}),
+        Row("firmware version").reuse().call("GetFirmwareVersion").is("\"3.7\""),
+        Row("total space read anew").reuse().call("totalSpace").is("262144")
+            .calls({R"(SKF_GetDevInfo(h1, ->{sn="SN20CHARSERIAL000001",label="LBL"}) = 0x00000000)"}).log({" SKF_GetDevInfo "}),
+        Row("free space read anew").reuse().call("freeSpace").is("260073").calls({"SKF_GetDevInfo(h1, *"}),
+        Row("label set, not read back").reuse().call("SetlabelName", {"NEW"}).is("true")
+            .calls({R"(SKF_SetLabel(h1, "NEW") = 0x00000000)"}).log({" SetLabel is successfully", "[SetlabelName] end"})
+            .then("labelName", {}, "\"LBL\"").then("freeSpace", {}, "260073").then("labelName", {}, "\"NEW\""),
+        Row("label refused, quietly").reuse().fault("SKF_SetLabel", SAR_DEVICE_REMOVED).call("SetlabelName", {"X"})
+            .is("false").calls({R"(SKF_SetLabel(h1, "X") = 0x0A000023)"}).log({"-!*", "- SetLabel is successfully"})
+            .then("GetPINInfo", {1, 1}, "6"),
+        Row("a failed read leaves nothing").reuse().fault("SKF_GetDevInfo", SAR_FAIL).call("totalSpace").is("0")
+            .calls({"SKF_GetDevInfo(h1, out) = 0x0A000001"}).then("labelName", {}, "\"\""),
+        Row("nor a serial").reuse().call("serialNumber").is("\"\"").log({" strSerialNum is Empty"}).loose(),
+        closed("label on a closed session").token(::identity).call("SetlabelName", {"X"}).is("false").calls({})
+            .log({" dev is NULL"}).loose(),
+        Row("space on a closed session: what was read").reuse().call("freeSpace").is("260073").calls({}),
+        Row("the driver's type").call("getDriverType").is("1").calls({}).log({"[getDriverType] start", "[getDriverType] end"}),
+        Row("the package's folder").reuse().call("getDriverPath").is("\"*/kdp/traced\"").log({"[getDriverPath] start"}),
+        Row("the last error is the core's").reuse().call("lastError").is("305419896").calls({}),
+    });
+}
+
+// A package that keeps 8 characters of a serial number.
+void TestSession::limitedSerial()
+{
+    KdpConfig package;
+    package.limitSerialNum = QStringLiteral("1");
+    package.limitSize = QStringLiteral("8");
+    Conformance suite(package);
+    suite.run({
+        Row("the device-state file holds the cut serial").token(::identity).call("TWKey.count").is("1")
+            .state("SN20CHAR"),
+        Row("serial cut to eight").token(::identity).call("serialNumber").is("\"SN20CHAR\""),
+        Row("whole serial").reuse().call("serialNumberEx").is("\"SN20CHARSERIAL000001\""),
+    });
+}
+
+// A package whose limit is 0: whole serials. It names "yes" for a PIN
+// before files, which is not "true".
+void TestSession::wholeSerial()
+{
+    KdpConfig package;
+    package.limitSerialNum = QStringLiteral("1");
+    package.limitSize = QStringLiteral("0");
+    package.createFileByVerifyPin = QStringLiteral("yes");
+    Conformance suite(package);
+    suite.run({
+        Row("serial whole").token(::identity).call("serialNumber").is("\"SN20CHARSERIAL000001\""),
+        Row("no PIN before files").reuse().call("createFileByVerifyPin").is("false").log({" CreateFileByVerifyPin: yes"}),
+    });
+}
+
+// PrintError's words for every code, as the library's failure shows them.
+void TestSession::words()
+{
+    static const QList<QPair<quint32, QString>> words = {
+        {0x0A000001, "fail"}, {0x0A000002, "异常错误"}, {0x0A000003, "不支持的服务"}, {0x0A000004, "文件操作错误"},
+        {0x0A000005, "无效的句柄"}, {0x0A000006, "无效的参数"}, {0x0A000007, "读文件错误"}, {0x0A000008, "写文件错误"},
+        {0x0A000009, "名称长度错误"}, {0x0A00000A, "密钥用途错误"}, {0x0A00000B, "模的长度错误"}, {0x0A00000C, "未初始化"},
+        {0x0A00000D, "对象错误"}, {0x0A00000E, "内存错误"}, {0x0A00000F, "超时"}, {0x0A000010, "输入数据长度错误"},
+        {0x0A000011, "输入数据错误"}, {0x0A000012, "生成随机数错误"}, {0x0A000013, "HASH对象错误"}, {0x0A000014, "HASH运算错误"},
+        {0x0A000015, "产生RSA密钥错误"}, {0x0A000016, "RSA密钥模长错误"}, {0x0A000017, "CSP服务导入公钥错误"},
+        {0x0A000018, "RSA加密错误"}, {0x0A000019, "RSA解密错误"}, {0x0A00001A, "HASH值不相等"}, {0x0A00001B, "未发现证书密钥"},
+        {0x0A00001C, "未发现证书"}, {0x0A00001D, "对象未导出"}, {0x0A00001E, "解密时做补丁错误"}, {0x0A00001F, "MAC长度错误"},
+        {0x0A000020, "缓冲区不足"}, {0x0A000021, "密钥类型错误"}, {0x0A000022, "无事件错误"}, {0x0A000024, "密码错误"},
+        {0x0A000025, "密钥盘锁定"}, {0x0A000026, "密码无效"}, {0x0A000027, "密码长度错误"}, {0x0A000028, "用户已经登录"},
+        {0x0A000029, "没有初始化用户口令"}, {0x0A00002A, "PIN类型错误"}, {0x0A00002B, "应用名称无效"}, {0x0A00002C, "应用已经存在"},
+        {0x0A00002D, "用户没有登录"}, {0x0A00002E, "应用不存在"}, {0x0A00002F, "文件已经存在"}, {0x0A000030, "存储空间不足"},
+        {0x0A000031, "文件不存在"}, {0x0A000032, "已达到最大可管理容器数"}, {0x0B000033, "安全状态不满足"},
+        {0x0B000034, "指针移到超过文件长度"}, {0x0B000035, "容器不存在"}, {0x0B000036, "容器已存在"}, {0x0B000037, "设备认证锁定"},
+        {0x0B000038, "ECC加密错误"}, {0x0C00003A, "新密码位数过多或过少"},
+        // No words, no line.
+        {0x0A000033, ""}, {0x0B000032, ""}, {0x0B000039, ""}, {0x0C000039, ""}, {0x0C00003B, ""},
+        {0x0A000023, "设备已移除"}};
+    QList<Row> rows;
+    for (const auto &w : words)
+        rows << Row(QStringLiteral("0x%1").arg(w.first, 8, 16, QLatin1Char('0'))).reuse()
+                    .fault("SKF_VerifyPIN", w.first).call("verifyPin", {kUser, false}).is("false").err(w.first)
+                    .out(w.second.isEmpty() ? QStringList() : QStringList{printed(w.second)});
+    Conformance suite;
+    suite.run(rows);
+}
+
+// A library without the optional EPS_ functions: each seal operation fails
+// on its own, after its other guards.
+void TestSession::withoutSeal()
+{
+    Conformance suite{QStringLiteral(SKFTRACE_NOEPS_PATH)};
+    suite.run({
+        Row("read").call("epsReadESealData", {1, 2}).is("[0]").err(SAR_INVALIDHANDLEERR).calls({})
+            .log({" end . pEPS_ReadESealData is null"}).loose(),
+        Row("write nothing: the data first").call("epsWriteESealData", {bin(""), 0}).is("false").err(SAR_INDATALENERR)
+            .log({" end. szData invalid"}),
+        Row("write").call("epsWriteESealData", {bin("S"), 1}).is("false").err(SAR_INVALIDHANDLEERR).calls({})
+            .log({" end . pEPS_WriteESealData is null"}),
+        Row("import: the container first").call("epsImportSymmKey", {nullHandle(), 1, bin("k"), 1}).is("false")
+            .err(SAR_INVALIDHANDLEERR).log({" end. container = null"}),
+        Row("import").before("openContainer", {"c1"}, "c").call("epsImportSymmKey", {ref("c"), 1, bin("k"), 1})
+            .is("false").err(SAR_INVALIDHANDLEERR).calls({}).log({" end . pEPS_ImportSymmKey is null"}),
+    });
+}
+
+// A session made with a parent that is no driver has no function table.
+void TestSession::withoutDriver()
+{
+    Conformance::Options options;
+    options.session = [](Conformance &, const QString &device) -> QObject * {
+        return new KeyObjectSKF(nullptr, device, nullptr);
+    };
+    Conformance suite(options);
+    suite.run({
+        Row("cipher set-up").call("encryptInit", {nullHandle(), bin("")}).is("false").err(SAR_USER_NOT_LOGGED_IN)
+            .log({" end . keyDriver is null"}),
+        Row("encrypt").call("encrypt", {nullHandle(), bin(""), 0}).is("[0]").err(SAR_USER_NOT_LOGGED_IN).loose(),
+        Row("decryption set-up").call("decryptInit", {nullHandle(), bin("")}).is("false").err(SAR_USER_NOT_LOGGED_IN),
+        Row("decrypt").call("decrypt", {nullHandle(), bin(""), 0}).is("[0]").err(SAR_USER_NOT_LOGGED_IN).loose(),
+        Row("no handle given back").call("closeHandle", {nullHandle()}).log({" end. keyDriver = null or handle = null"}),
+        Row("a new session is not connected").call("totalSpace").is("0").calls({})
+            .then("serialNumber", {}, "\"\"").then("GetHWVersion", {}, "\"0.0\"").then("isNeedEnumFile", {}, "false"),
+        Row("nor ready").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({}),
+        Row("no driver information").call("getDriverType").is("0").then("getDriverPath", {}, "\"\""),
     });
 }
 

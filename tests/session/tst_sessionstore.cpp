@@ -59,6 +59,8 @@ void TestSessionStore::files()
             .is("{}").err(SAR_FAIL).calls(QStringList{"SKF_EnumFiles(h1, null, 0->4) = 0x00000000",
                                                       "SKF_EnumFiles(h1, buf, 4->4) = 0x0A000001"} + closing(1, 2))
             .log({errorLine(" SKF_EnumFiles failed,ret = %d", SAR_FAIL)}).then("enumFiles", {}, "{}"),
+        Row("a size past any real list is refused").loose().lie("SKF_EnumFiles", 0x10000000).call("enumFiles").is("{}")
+            .err(SAR_MEMORYERR).calls(QStringList{"SKF_EnumFiles(h1, null, 0->268435457) = 0x00000000"} + closing(1, 2)),
         closed("list without application").call("enumFiles").is("{}").err(SAR_USER_NOT_LOGGED_IN).calls({})
             .log({"[enumFiles] end . app is null"}),
 

@@ -1,47 +1,23 @@
 // The SKF driver over the test token library: binding the eighty rows,
-// enumerating devices, and mapping an index to a session.
-#include <QFile>
+// enumerating devices, mapping an index to a session, device events.
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <memory>
-
-#include "../frame/logcheck.h"
 #include "frame/rtc.h"
+#include "logcheck.h"
 #include "mockcontrol.h"
-#include "package/keydriverinfo.h"
-#include "package/keydriverpackage.h"
 #include "session/keyobject.h"
 #include "skf/checkthreadskf.h"
 #include "skf/keydriverskf.h"
-#include "twcore.h"
-#include "twdeviceguard.h"
 
 namespace {
 
-// Qt's debug stream, where the binding reports missing names.
-QStringList g_messages;
+QStringList g_messages; // Qt's debug stream, where the binding reports missing names
 
-void captureMessage(QtMsgType, const QMessageLogContext &, const QString &text)
+void capture(QtMsgType, const QMessageLogContext &, const QString &text)
 {
     g_messages << text;
-}
-
-struct MessageCapture
-{
-    QtMessageHandler previous;
-    MessageCapture()
-    {
-        g_messages.clear();
-        previous = qInstallMessageHandler(captureMessage);
-    }
-    ~MessageCapture() { qInstallMessageHandler(previous); }
-};
-
-QStringList bindingLines()
-{
-    return g_messages.filter(QRegularExpression(QStringLiteral("^(Error|Warning): load dll function")));
 }
 
 } // namespace
@@ -51,367 +27,274 @@ class TstKeyDriverSKF : public QObject
     Q_OBJECT
 
     TWCore core;
-    TwDeviceGuard deviceFile;
     MockControl mock;
-
-    // Sessions call through their driver's table, so the driver of a case
-    // lives until its sessions are gone (see cleanup()).
-    std::unique_ptr<KeyDriverSKF> driver;
-
-    KeyDriverSKF *loadedDriver(const QString &path = QStringLiteral(MOCKSKF_PATH))
-    {
-        driver = std::make_unique<KeyDriverSKF>(nullptr, path);
-        if (!driver->load())
-            qFatal("the test token library did not bind");
-        return driver.get();
-    }
-
-    // A token that opens: one application with one container.
-    void addToken(const char *dev, const char *serial)
-    {
-        mock.add_device(dev, serial);
-        mock.add_app(dev, "APP");
-        mock.add_container(dev, "APP", "C1", CONTAINER_TYPE_ECC);
-    }
-
-    static void deleteAllSessions()
-    {
-        while (!KeyObject::s_vecKeyObj.isEmpty())
-            delete KeyObject::s_vecKeyObj.last();
-    }
+    std::unique_ptr<KeyDriverSKF> driver; // outlives its sessions: see cleanup()
 
 private slots:
-    void initTestCase() { QVERIFY2(mock.isLoaded(), qPrintable(mock.errorString())); }
-
+    void initTestCase()
+    {
+        QVERIFY2(mock.isLoaded(), qPrintable(mock.errorString()));
+        qInstallMessageHandler(capture);
+    }
     void init()
     {
         mock.reset();
         core.clear();
         core.setLastError(0);
+        g_messages.clear();
         ComponentInit(&core);
     }
-
     void cleanup()
     {
-        deleteAllSessions();
+        while (!KeyObject::s_vecKeyObj.isEmpty())
+            delete KeyObject::s_vecKeyObj.last();
         driver.reset();
         ComponentDestroy();
     }
 
-    // ---- binding ----
-
-    void bindsEveryRow()
+    // The library, whether it binds, the lines on Qt's debug stream (W:
+    // Warning, E: Error, then the name), rows set (+) and not set (-).
+    void binding_data()
     {
-        MessageCapture capture;
-        KeyDriverSKF skf(nullptr, QStringLiteral(MOCKSKF_PATH));
-        QVERIFY(logcheck::debug(core, QStringLiteral("KeyDriverSKF"), QStringLiteral("path :") + MOCKSKF_PATH));
-        QVERIFY(skf.load());
-        QCOMPARE(bindingLines(), QStringList());
-        QVERIFY(skf.pEPS_Decrypt && skf.pSKF_WaitForDevEvent && skf.pSKF_EnumDev && skf.pSKF_CloseContainer
-                && skf.pSKF_MacFinal && skf.pSKF_ExtECCEncrypt);
-        // The cancel call has a slot but no row.
-        QCOMPARE(reinterpret_cast<void *>(skf.pSKF_CancelWaitForDevEvent), nullptr);
-        QVERIFY(logcheck::debug(core, QStringLiteral("load"), QStringLiteral("FileName: ") + MOCKSKF_PATH));
-        QVERIFY(logcheck::debug(core, QStringLiteral("load"), QStringLiteral(" end")));
+        QTest::addColumn<QString>("library");
+        QTest::addColumn<bool>("binds");
+        QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<QString>("rows");
+        QTest::addColumn<QStringList>("log");
+        QTest::newRow("all") << MOCKSKF_PATH << true << QStringList()
+                             << "+EPS_Decrypt +SKF_WaitForDevEvent +SKF_EnumDev +SKF_CloseContainer +SKF_MacFinal +SKF_ExtECCEncrypt"
+                             << QStringList{"KeyDriverSKF|path :" MOCKSKF_PATH, "load|FileName: " MOCKSKF_PATH, ">load| end"};
+        QTest::newRow("optional names missing")
+            << MOCKSKF_NOEPS_PATH << true
+            << QStringList{"W EPS_Decrypt", "W EPS_Encrypt", "W EPS_ImportSymmKey", "W EPS_Mac", "W EPS_ReadESealData",
+                           "W EPS_WriteESealData"}
+            << "-EPS_ImportSymmKey -EPS_WriteESealData +SKF_EnumDev +SKF_ExtECCEncrypt" << QStringList{"!load|*|0"};
+        QTest::newRow("required name missing") << MOCKSKF_NOWAIT_PATH << false << QStringList{"E SKF_WaitForDevEvent"}
+                                               << "+EPS_Decrypt -SKF_EnumDev" << QStringList{"!load|end. init failed"};
+        QTest::newRow("warning, then error") << MOCKSKF_NOEPSDECRYPT_NODISCONNECT_PATH << false
+                                             << QStringList{"W EPS_Decrypt", "E SKF_DisConnectDev"}
+                                             << "+SKF_ConnectDev -SKF_GetDevState" << QStringList{"!load|end. init failed"};
+        QTest::newRow("not a library") << NOTALIB_PATH << false << QStringList() << "-EPS_Decrypt -SKF_EnumDev"
+                                       << QStringList{"!load|end. error msg *|1", "!load|*|1"};
     }
-
-    void optionalNamesMayBeMissing()
+    void binding()
     {
-        MessageCapture capture;
-        KeyDriverSKF skf(nullptr, QStringLiteral(MOCKSKF_NOEPS_PATH));
-        QVERIFY(skf.load());
-        QCOMPARE(bindingLines(), (QStringList{QStringLiteral("Warning: load dll function [EPS_Decrypt] failed"),
-                                              QStringLiteral("Warning: load dll function [EPS_Encrypt] failed"),
-                                              QStringLiteral("Warning: load dll function [EPS_ImportSymmKey] failed"),
-                                              QStringLiteral("Warning: load dll function [EPS_Mac] failed"),
-                                              QStringLiteral("Warning: load dll function [EPS_ReadESealData] failed"),
-                                              QStringLiteral("Warning: load dll function [EPS_WriteESealData] failed")}));
-        QVERIFY(!skf.pEPS_ImportSymmKey && !skf.pEPS_WriteESealData);
-        QVERIFY(skf.pSKF_EnumDev && skf.pSKF_ExtECCEncrypt);
-        QCOMPARE(core.lines(TWCore::Level::Error), QStringList());
-    }
-
-    void requiredNameMissingStopsTheBinding()
-    {
-        MessageCapture capture;
-        KeyDriverSKF skf(nullptr, QStringLiteral(MOCKSKF_NOWAIT_PATH));
-        QVERIFY(!skf.load());
-        // One line, and no later row was tried.
-        QCOMPARE(bindingLines(), QStringList{QStringLiteral("Error: load dll function [SKF_WaitForDevEvent] failed")});
-        QVERIFY(skf.pEPS_Decrypt);
-        QVERIFY(!skf.pSKF_EnumDev);
-        QVERIFY(logcheck::error(core, QStringLiteral("load"), QStringLiteral("end. init failed")));
+        QFETCH(QString, library);
+        QFETCH(QStringList, lines);
+        QFETCH(QString, rows);
+        KeyDriverSKF skf(nullptr, library);
+        QTEST(skf.load(), "binds");
+        for (QString &l : lines)
+            l = QStringLiteral("%1: load dll function [%2] failed").arg(l.startsWith('W') ? "Warning" : "Error", l.mid(2));
+        QCOMPARE(g_messages.filter("load dll function"), lines);
+        const QMap<QString, const void *> table{
+            {"EPS_Decrypt", reinterpret_cast<const void *>(skf.pEPS_Decrypt)},
+            {"EPS_ImportSymmKey", reinterpret_cast<const void *>(skf.pEPS_ImportSymmKey)},
+            {"EPS_WriteESealData", reinterpret_cast<const void *>(skf.pEPS_WriteESealData)},
+            {"SKF_WaitForDevEvent", reinterpret_cast<const void *>(skf.pSKF_WaitForDevEvent)},
+            {"SKF_EnumDev", reinterpret_cast<const void *>(skf.pSKF_EnumDev)},
+            {"SKF_ConnectDev", reinterpret_cast<const void *>(skf.pSKF_ConnectDev)},
+            {"SKF_GetDevState", reinterpret_cast<const void *>(skf.pSKF_GetDevState)},
+            {"SKF_CloseContainer", reinterpret_cast<const void *>(skf.pSKF_CloseContainer)},
+            {"SKF_MacFinal", reinterpret_cast<const void *>(skf.pSKF_MacFinal)},
+            {"SKF_ExtECCEncrypt", reinterpret_cast<const void *>(skf.pSKF_ExtECCEncrypt)}};
+        for (const QString &r : rows.split(' '))
+            QVERIFY2((table.value(r.mid(1)) != nullptr) == (r.at(0) == '+'), qPrintable(r));
+        QCOMPARE(reinterpret_cast<void *>(skf.pSKF_CancelWaitForDevEvent), nullptr); // a slot, no row
+        QFETCH(QStringList, log);
+        TW_VERIFY_LOG(core, log);
         QCOMPARE(core.lastError(), 0u);
-    }
-
-    void warningThenError()
-    {
-        MessageCapture capture;
-        KeyDriverSKF skf(nullptr, QStringLiteral(MOCKSKF_NOEPSDECRYPT_NODISCONNECT_PATH));
-        QVERIFY(!skf.load());
-        QCOMPARE(bindingLines(), (QStringList{QStringLiteral("Warning: load dll function [EPS_Decrypt] failed"),
-                                              QStringLiteral("Error: load dll function [SKF_DisConnectDev] failed")}));
-        QVERIFY(skf.pSKF_ConnectDev);
-        QVERIFY(!skf.pSKF_GetDevState);
-    }
-
-    void fileThatIsNotALibrary()
-    {
-        MessageCapture capture;
-        KeyDriverSKF skf(nullptr, QStringLiteral(NOTALIB_PATH));
-        QVERIFY(!skf.load());
-        QCOMPARE(bindingLines(), QStringList());
-        const QStringList errors = core.lines(TWCore::Level::Error);
-        QCOMPARE(errors.size(), 1);
-        QVERIFY(errors.first().contains(QRegularExpression(QStringLiteral("^\\[load:\\d+\\]end\\. error msg .+"))));
     }
 
     void unloadNullsTheTableAndKeepsTheLibrary()
     {
-        // A library of its own, so that nothing else holds it mapped.
-        QTemporaryDir tmp;
+        QTemporaryDir tmp; // a library of its own, which nothing else maps
         const QString copy = tmp.path() + QStringLiteral("/libcopy.so");
         QVERIFY(QFile::copy(QStringLiteral(MOCKSKF_PATH), copy));
         {
             KeyDriverSKF skf(nullptr, copy);
             QVERIFY(skf.load());
             skf.unload();
-            QVERIFY(!skf.pEPS_Decrypt && !skf.pSKF_EnumDev && !skf.pSKF_ExtECCEncrypt);
+            QVERIFY(!skf.pEPS_Decrypt && !skf.pSKF_EnumDev && !skf.pSKF_ExtECCEncrypt && !skf.pSKF_WaitForDevEvent);
             skf.unload(); // null over null
-            QVERIFY(!skf.pSKF_WaitForDevEvent);
             QCOMPARE(skf.count(), 0);
+            TW_VERIFY_LOG(core, (QStringList{"unload| end|2", "!enumDev|SKF_EnumDev: ret: 167772162"}));
         }
         QFile maps(QStringLiteral("/proc/self/maps"));
         QVERIFY(maps.open(QIODevice::ReadOnly));
         QVERIFY(maps.readAll().contains(QFile::encodeName(copy)));
     }
 
-    void infoBindsByProtocolIgnoringCase()
+    // Tokens ("dev:serial" opens; ":app" has an application only, ":bare"
+    // nothing) and steps "call [args]=expected": enum, count, openKey I,
+    // noEnum I (a device name, "same" as the last key, or "null"), calls
+    // (the library calls since the last, ';'-joined), n FN (calls of FN),
+    // present DEV 0|1, fail FN CODE TIMES, size FN DELTA, clear, sessions,
+    // last (the last error), wait MS, qdebug (Qt's debug lines since the last).
+    void devices_data()
     {
-        for (const char *protocol : {"SKF", "Skf", "skf"}) {
-            QTemporaryDir tmp;
-            QFile config(tmp.path() + QStringLiteral("/config.xml"));
-            QVERIFY(config.open(QIODevice::WriteOnly));
-            config.write(QByteArray("<driver version=\"2.0\"><protocol>") + protocol
-                         + "</protocol><argument>libmock.so</argument></driver>");
-            config.close();
-            QVERIFY(QFile::link(QStringLiteral(MOCKSKF_PATH), tmp.path() + QStringLiteral("/libmock.so")));
-            KeyDriverPackage kdp(tmp.path());
-            QVERIFY(kdp.open());
-            KeyDriverInfo info(&kdp);
-            QVERIFY2(info.open(), protocol);
-            QCOMPARE(info.getDriverType(), 1);
-            QVERIFY(qobject_cast<KeyDriverSKF *>(info.getKeyDriver()));
-            QCOMPARE(info.getKeyDriver()->parent(), &info);
+        QTest::addColumn<QStringList>("tokens");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QStringList>("log");
+        const QString sizeQuery = "SKF_EnumDev present=1 buf=null size=0;";
+        QTest::newRow("names, doubled size") << QStringList{"dev1:SN1:bare", "dev22:SN2:bare"}
+            << QStringList{"enum=dev1,dev22", "calls=" + sizeQuery + "SKF_EnumDev present=1 buf=set size=24"}
+            << QStringList{"enumDev|SKF_EnumDev: ret: 0,size: 12|2", "enumDev|pszDevNameList:  dev1",
+                           "enumDev|DevNameList:dev1;dev22;"};
+        QTest::newRow("size reported too large") << QStringList{"a:SN1:bare"}
+            << QStringList{"size SKF_EnumDev 7=", "enum=a", "calls=" + sizeQuery + "SKF_EnumDev present=1 buf=set size=20"}
+            << QStringList();
+        QTest::newRow("no device") << QStringList()
+            << QStringList{"qdebug=", "count=0", "qdebug=devList: ()", "calls=" + sizeQuery + "SKF_EnumDev present=1 buf=set size=0", "openKey 0=null"}
+            << QStringList{"count| devList count: 0 ", "!openKey| devList count:0"};
+        QTest::newRow("size query fails") << QStringList{"dev1:SN1"}
+            << QStringList{"fail SKF_EnumDev 0x0A000001 1=", "enum=", "n SKF_EnumDev=1", "last=0"}
+            << QStringList{"!enumDev|SKF_EnumDev: ret: 167772161"};
+        QTest::newRow("fill call fails, and a good list does not survive a failed one") << QStringList{"device-one:SN1:bare"}
+            << QStringList{"size SKF_EnumDev -10=", "enum=", "last=a000020", "clear=", "enum=device-one",
+                           "fail SKF_EnumDev 0x0A000001 1=", "enum="}
+            << QStringList{"!enumDev|SKF_EnumDev: ret: 167772192,size: 12"};
+        QTest::newRow("index out of range") << QStringList{"dev1:SN1"}
+            << QStringList{"noEnum 0=null", "count=1", "noEnum 1=null", "openKey -1=null", "openKey 1=null", "sessions=0"}
+            << QStringList{"!openKeyWithoutEnumDev| devList count:0", "!openKeyWithoutEnumDev| devList count:1",
+                           "!openKey| devList count:1|2"};
+        QTest::newRow("openKey reuses its session, reopening it") << QStringList{"dev1:SN1"}
+            << QStringList{"openKey 0=dev1", "openKey 0=same", "sessions=1", "n SKF_ConnectDev=1"}
+            << QStringList{"open| KeyDriverSKF start", ">open|devName: dev1", "open| pKeyObj == 0|1",
+                           ">open| KeyDriverSKF end", "openKey| dev name:dev1|2",
+                           "open|  2 KeyDriverSKF end. noload  = 0, bRet = 0|1"};
+        QTest::newRow("live session without enumeration") << QStringList{"dev1:SN1"}
+            << QStringList{"qdebug=", "count=1", "qdebug=devList: (\"dev1\")", "noEnum 0=dev1", "calls=*", "noEnum 0=same", "calls=SKF_GenRandom dev=dev1 len=6"}
+            << QStringList{"open|  1 KeyDriverSKF end. noload  = 1, bRet = 0", "noEnum|*|0"};
+        // A session younger than 800 ms takes itself as good: the one wait here.
+        QTest::newRow("a removed session is reopened, and dropped when that fails") << QStringList{"dev1:SN1"}
+            << QStringList{"count=1", "noEnum 0=dev1", "present dev1 0=", "wait 801=", "noEnum 0=null", "sessions=0",
+                           "present dev1 1=", "noEnum 0=dev1", "sessions=1"}
+            << QStringList{"open|  2 KeyDriverSKF end. noload  = 1, bRet = 1"};
+        QTest::newRow("gone after count") << QStringList{"dev1:SN1"}
+            << QStringList{"count=1", "present dev1 0=", "noEnum 0=null", "sessions=0", "n SKF_ConnectDev=1"}
+            << QStringList();
+        QTest::newRow("token without container") << QStringList{"blank:SN9:app"}
+            << QStringList{"openKey 0=null", "sessions=0"} << QStringList();
+    }
+    void devices()
+    {
+        QFETCH(QStringList, tokens);
+        QFETCH(QStringList, steps);
+        for (const QString &t : tokens) {
+            const QByteArray dev = t.section(':', 0, 0).toLatin1();
+            mock.add_device(dev.constData(), t.section(':', 1, 1).toLatin1().constData());
+            if (t.section(':', 2) != "bare")
+                mock.add_app(dev.constData(), "APP");
+            if (t.section(':', 2).isEmpty())
+                mock.add_container(dev.constData(), "APP", "C1", CONTAINER_TYPE_ECC);
         }
-    }
-
-    // ---- enumeration ----
-
-    void enumeratesWithDoubledSize()
-    {
-        mock.add_device("dev1", "SN1");
-        mock.add_device("dev22", "SN2");
-        KeyDriverSKF *driver = loadedDriver();
-        QVERIFY(driver);
-        core.clear();
-        QCOMPARE(driver->enumDev(), (QStringList{QStringLiteral("dev1"), QStringLiteral("dev22")}));
-        // "dev1\0dev22\0\0" is 12 bytes; the fill call is offered 24.
-        QCOMPARE(mock.calls(), (QStringList{QStringLiteral("SKF_EnumDev present=1 buf=null size=0"),
-                                            QStringLiteral("SKF_EnumDev present=1 buf=set size=24")}));
-        QCOMPARE(logcheck::count(core, TWCore::Level::Debug, QStringLiteral("enumDev"),
-                                 QStringLiteral("SKF_EnumDev: ret: 0,size: 12")),
-                 2);
-        QVERIFY(logcheck::debug(core, QStringLiteral("enumDev"), QStringLiteral("pszDevNameList:  dev1")));
-        QVERIFY(logcheck::debug(core, QStringLiteral("enumDev"), QStringLiteral("DevNameList:dev1;dev22;")));
-    }
-
-    void sizeReportedTooLargeStillSplits()
-    {
-        mock.add_device("a", "SN1");
-        mock.size_delta("SKF_EnumDev", 7);
-        KeyDriverSKF *driver = loadedDriver();
-        QCOMPARE(driver->enumDev(), QStringList{QStringLiteral("a")});
-        QVERIFY(mock.calls().contains(QStringLiteral("SKF_EnumDev present=1 buf=set size=20")));
-    }
-
-    void noDevice()
-    {
-        KeyDriverSKF *driver = loadedDriver();
-        QCOMPARE(driver->count(), 0);
-        QVERIFY(mock.calls().contains(QStringLiteral("SKF_EnumDev present=1 buf=set size=0")));
-        QVERIFY(logcheck::debug(core, QStringLiteral("count"), QStringLiteral(" devList count: 0 ")));
-        core.clear();
-        QCOMPARE(driver->openKey(0), nullptr);
-        QVERIFY(logcheck::error(core, QStringLiteral("openKey"), QStringLiteral(" devList count:0")));
-    }
-
-    void sizeQueryFails()
-    {
-        mock.add_device("dev1", "SN1");
-        mock.fail("SKF_EnumDev", SAR_FAIL, 1);
-        KeyDriverSKF *driver = loadedDriver();
-        QCOMPARE(driver->enumDev(), QStringList());
-        QCOMPARE(mock.count("SKF_EnumDev"), 1);
-        QVERIFY(logcheck::error(core, QStringLiteral("enumDev"), QStringLiteral("SKF_EnumDev: ret: %1").arg(SAR_FAIL)));
-        QCOMPARE(core.lastError(), 0u);
-    }
-
-    void fillCallFails()
-    {
-        // The size query answers too little for even the doubled buffer.
-        mock.add_device("device-one", "SN1");
-        mock.size_delta("SKF_EnumDev", -10);
-        KeyDriverSKF *driver = loadedDriver();
-        QCOMPARE(driver->enumDev(), QStringList());
-        QVERIFY(logcheck::error(core, QStringLiteral("enumDev"),
-                                QStringLiteral("SKF_EnumDev: ret: %1,size: 12").arg(SAR_BUFFER_TOO_SMALL)));
-        QCOMPARE(core.lastError(), uint(SAR_BUFFER_TOO_SMALL));
-        // The list of the last good enumeration does not survive a failed one.
-        mock.clear_faults();
-        QCOMPARE(driver->enumDev().size(), 1);
-        mock.fail("SKF_EnumDev", SAR_FAIL, 1);
-        QCOMPARE(driver->enumDev(), QStringList());
-    }
-
-    void indexOutOfRange()
-    {
-        addToken("dev1", "SN1");
-        KeyDriverSKF *driver = loadedDriver();
-        // Before any enumeration the cached list is empty.
-        QCOMPARE(driver->openKeyWithoutEnumDev(0), nullptr);
-        QVERIFY(logcheck::error(core, QStringLiteral("openKeyWithoutEnumDev"), QStringLiteral(" devList count:0")));
-        QCOMPARE(driver->count(), 1);
-        core.clear();
-        QCOMPARE(driver->openKeyWithoutEnumDev(1), nullptr);
-        QCOMPARE(driver->openKey(-1), nullptr);
-        QVERIFY(logcheck::error(core, QStringLiteral("openKeyWithoutEnumDev"), QStringLiteral(" devList count:1")));
-        QVERIFY(logcheck::error(core, QStringLiteral("openKey"), QStringLiteral(" devList count:1")));
-        QVERIFY(KeyObject::s_vecKeyObj.isEmpty());
-    }
-
-    // ---- opening ----
-
-    void openKeyReusesTheSession()
-    {
-        addToken("dev1", "SN1");
-        KeyDriverSKF *driver = loadedDriver();
-        KeyObject *first = driver->openKey(0);
-        QVERIFY(first);
-        QVERIFY(first->isOpen());
-        QCOMPARE(first->parent(), nullptr);
-        QCOMPARE(KeyObject::findDev(QStringLiteral("dev1")), first);
-        QVERIFY(logcheck::debug(core, QStringLiteral("open"), QStringLiteral(" pKeyObj == 0")));
-        QVERIFY(logcheck::debug(core, QStringLiteral("openKey"), QStringLiteral(" dev name:dev1")));
-        core.clear();
-        KeyObject *second = driver->openKey(0);
-        QCOMPARE(second, first);
-        QCOMPARE(KeyObject::s_vecKeyObj.size(), 1);
-        QCOMPARE(mock.count("SKF_ConnectDev"), 1);
-        QVERIFY(logcheck::debug(core, QStringLiteral("open"),
-                                QStringLiteral("  2 KeyDriverSKF end. noload  = 0, bRet = 0")));
-    }
-
-    void openWithoutEnumerationOnALiveSession()
-    {
-        addToken("dev1", "SN1");
-        KeyDriverSKF *driver = loadedDriver();
-        QCOMPARE(driver->count(), 1);
-        KeyObject *key = driver->openKeyWithoutEnumDev(0);
-        QVERIFY(key);
+        driver = std::make_unique<KeyDriverSKF>(nullptr, QStringLiteral(MOCKSKF_PATH));
+        QVERIFY(driver->load());
         mock.clearCalls();
-        core.clear();
-        QCOMPARE(driver->openKeyWithoutEnumDev(0), key);
-        // Only the liveness probe reaches the token.
-        QCOMPARE(mock.count("SKF_EnumDev"), 0);
-        QCOMPARE(mock.count("SKF_ConnectDev"), 0);
-        QCOMPARE(mock.calls(), QStringList{QStringLiteral("SKF_GenRandom dev=dev1 len=6")});
-        QVERIFY(logcheck::debug(core, QStringLiteral("open"),
-                                QStringLiteral("  1 KeyDriverSKF end. noload  = 1, bRet = 0")));
+        KeyObject *last = nullptr;
+        for (const QString &step : steps) {
+            const QStringList call = step.section('=', 0, 0).split(' ');
+            const QString verb = call.at(0), want = step.section('=', 1);
+            const QByteArray a1 = call.value(1).toLatin1();
+            QString got;
+            if (verb == "enum") {
+                got = driver->enumDev().join(',');
+            } else if (verb == "count") {
+                got = QString::number(driver->count());
+            } else if (verb == "openKey" || verb == "noEnum") {
+                KeyObject *key = verb == "openKey" ? driver->openKey(call.at(1).toInt())
+                                                   : driver->openKeyWithoutEnumDev(call.at(1).toInt());
+                got = !key ? "null" : key == last && want == "same" ? "same" : key->devName();
+                if (key && (key->parent() || !key->isOpen() || KeyObject::findDev(key->devName()) != key))
+                    got += " (not a live, unparented, listed session)";
+                last = key ? key : last;
+            } else if (verb == "calls") {
+                got = want == "*" ? want : mock.calls().join(';');
+                mock.clearCalls();
+            } else if (verb == "n") {
+                got = QString::number(mock.count(a1.constData()));
+            } else if (verb == "present") {
+                mock.set_present(a1.constData(), call.at(2).toInt());
+            } else if (verb == "fail") {
+                mock.fail(a1.constData(), call.at(2).toUInt(nullptr, 16), call.at(3).toInt());
+            } else if (verb == "size") {
+                mock.size_delta(a1.constData(), call.at(2).toInt());
+            } else if (verb == "clear") {
+                mock.clear_faults();
+            } else if (verb == "qdebug") {
+                got = g_messages.join('|');
+                g_messages.clear();
+            } else if (verb == "wait") {
+                QThread::msleep(call.at(1).toULong());
+            } else if (verb == "sessions") {
+                got = QString::number(KeyObject::s_vecKeyObj.size());
+            } else if (verb == "last") {
+                got = QString::number(core.lastError(), 16);
+            }
+            QVERIFY2(got == want, qPrintable(QStringLiteral("%1: %2").arg(step, got)));
+        }
+        QFETCH(QStringList, log);
+        TW_VERIFY_LOG(core, log);
     }
 
-    void deviceGoneAfterCount()
+    void events()
     {
-        addToken("dev1", "SN1");
-        KeyDriverSKF *driver = loadedDriver();
-        QCOMPARE(driver->count(), 1);
-        mock.set_present("dev1", 0);
-        // The name is still cached: a new session is tried, fails and goes.
-        QCOMPARE(driver->openKeyWithoutEnumDev(0), nullptr);
-        QVERIFY(KeyObject::s_vecKeyObj.isEmpty());
-        QCOMPARE(mock.count("SKF_ConnectDev"), 1);
-    }
-
-    void tokenWithoutContainerDoesNotOpen()
-    {
-        mock.add_device("blank", "SN9");
-        mock.add_app("blank", "APP");
-        KeyDriverSKF *driver = loadedDriver();
-        QCOMPARE(driver->openKey(0), nullptr);
-        QVERIFY(KeyObject::s_vecKeyObj.isEmpty());
-    }
-
-    // ---- device events ----
-
-    void waitForDevEvent()
-    {
-        addToken("dev1", "SN1");
-        KeyDriverSKF *driver = loadedDriver();
-        QString name;
-        unsigned int event = 0;
+        mock.add_device("dev1", "SN1");
+        mock.add_app("dev1", "APP");
+        mock.add_container("dev1", "APP", "C1", CONTAINER_TYPE_ECC);
+        driver = std::make_unique<KeyDriverSKF>(nullptr, QStringLiteral(MOCKSKF_PATH));
+        QVERIFY(driver->load());
+        QString name = QStringLiteral("before");
+        unsigned int event = 9;
         mock.set_wait_timeout(0);
         QVERIFY(!driver->waitForDevEvent(name, event));
-        QVERIFY(logcheck::error(core, QStringLiteral("waitForDevEvent"),
-                                QStringLiteral(" SKF_WaitForDevEvent failed.ret = %1").arg(SAR_NOT_EVENTERR)));
-        QVERIFY(logcheck::debug(core, QStringLiteral("waitForDevEvent"), QStringLiteral(" end. false")));
         QCOMPARE(core.lastError(), uint(SAR_NOT_EVENTERR));
-
-        mock.set_present("dev1", 0);
-        QVERIFY(driver->waitForDevEvent(name, event));
-        QCOMPARE(name, QStringLiteral("dev1"));
-        QCOMPARE(event, 2u);
-        driver->cancelWaitForDevEvent();
-        QCOMPARE(mock.count("SKF_CancelWaitForDevEvent"), 0);
-    }
-
-    void removalEventClosesTheSession()
-    {
-        addToken("dev1", "SN1");
-        KeyDriverSKF *driver = loadedDriver();
+        QVERIFY(name == "before" && event == 9);
         KeyObject *key = driver->openKey(0);
         QVERIFY(key);
+        mock.set_present("dev1", 0);
+        QVERIFY(driver->waitForDevEvent(name, event));
+        QVERIFY(name == "dev1" && event == 2);
+        driver->cancelWaitForDevEvent();
+        QCOMPARE(mock.count("SKF_CancelWaitForDevEvent"), 0);
+        TW_VERIFY_LOG(core, (QStringList{"waitForDevEvent| SKF_WaitForDevEvent", ">!waitForDevEvent| SKF_WaitForDevEvent failed.ret = 167772194",
+                                         ">waitForDevEvent| end. false", ">waitForDevEvent| end", "cancelWaitForDevEvent| start",
+                                         ">cancelWaitForDevEvent| end"}));
+
+        // A removal closes the session and keeps it; the signal comes after.
         bool openAtSignal = true;
-        connect(driver, &KeyDriverSKF::keyEvent, this, [&](QString, bool) { openAtSignal = key->isOpen(); });
-        QSignalSpy spy(driver, &KeyDriverSKF::keyEvent);
-
+        connect(driver.get(), &KeyDriverSKF::keyEvent, this, [&](QString, bool) { openAtSignal = key->isOpen(); });
+        QSignalSpy spy(driver.get(), &KeyDriverSKF::keyEvent);
+        g_messages.clear();
         driver->on_keyEvent(QStringLiteral("dev1"), true);
-        QVERIFY(key->isOpen());
-        QVERIFY(openAtSignal);
-
+        QVERIFY(key->isOpen() && openAtSignal);
         driver->on_keyEvent(QStringLiteral("dev1"), false);
-        QVERIFY(!key->isOpen());
-        QVERIFY(!openAtSignal);
+        QVERIFY(!key->isOpen() && !openAtSignal);
         QCOMPARE(KeyObject::findDev(QStringLiteral("dev1")), key);
-
         driver->on_keyEvent(QStringLiteral("unknown"), false);
         QCOMPARE(spy.count(), 3);
-        QCOMPARE(spy.at(1).at(0).toString(), QStringLiteral("dev1"));
-        QCOMPARE(spy.at(1).at(1).toBool(), false);
-        QVERIFY(logcheck::debug(core, QStringLiteral("on_keyEvent"), QStringLiteral("devName :dev1 ,insert 0")));
-    }
+        QCOMPARE(g_messages, (QStringList{"on_keyEvent... \"dev1\"", "on_keyEvent... \"dev1\"", "on_keyEvent... \"unknown\""}));
+        QCOMPARE(spy.at(1), (QList<QVariant>{QStringLiteral("dev1"), false}));
+        TW_VERIFY_LOG(core, QStringList{"on_keyEvent|devName :dev1 ,insert 0", ">on_keyEvent| end"});
 
-    void checkThreadEnumeratesOnce()
-    {
-        mock.add_device("dev1", "SN1");
-        KeyDriverSKF *driver = loadedDriver();
-        CheckThreadSKF thread(driver);
-        QVERIFY(!thread.needQuit());
-        thread.start();
-        QVERIFY(thread.wait(5000));
+        // The monitor thread: one enumeration, no loop; nothing without a table.
+        mock.clearCalls();
+        core.clear();
+        for (KeyDriverSKF *d : {driver.get(), static_cast<KeyDriverSKF *>(nullptr)}) {
+            CheckThreadSKF thread(d);
+            QVERIFY(!thread.needQuit());
+            thread.start();
+            QVERIFY(thread.wait(5000));
+            thread.setQuit(true);
+            QVERIFY(thread.needQuit());
+        }
+        driver->unload();
+        CheckThreadSKF unbound(driver.get());
+        unbound.start();
+        QVERIFY(unbound.wait(5000));
         QCOMPARE(mock.calls(), QStringList{QStringLiteral("SKF_EnumDev present=1 buf=null size=0")});
-        QVERIFY(logcheck::debug(core, QStringLiteral("run"), QStringLiteral("pSKF_EnumDev success!")));
-        thread.setQuit(true);
-        QVERIFY(thread.needQuit());
+        TW_VERIFY_LOG(core, (QStringList{"run| start|3", "run|pSKF_EnumDev success!|1", "run| end|3", "~CheckThreadSKF| end|2"}));
     }
 };
 

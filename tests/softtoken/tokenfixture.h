@@ -1,15 +1,15 @@
 // A software token store in a temporary directory, made the library's store
 // through SOFTTOKEN_STORE for the fixture's life, with helpers that drive
-// the token through its exported functions.
+// the token through its exported functions; and steps for tables of calls.
 #ifndef TESTS_SOFTTOKEN_TOKENFIXTURE_H
 #define TESTS_SOFTTOKEN_TOKENFIXTURE_H
 
 #include "skfapi.h"
 #include "softtokenengine.h"
 
-#include <QByteArray>
-#include <QStringList>
 #include <QTemporaryDir>
+
+#include <functional>
 
 class TokenFixture
 {
@@ -24,24 +24,17 @@ public:
     TokenFixture &operator=(const TokenFixture &) = delete;
 
     QString store() const { return m_dir.path(); }
-    // Points the library at another store until the fixture ends.
-    void useStore(const QString &dir);
+    void useStore(const QString &dir); // another store until the fixture ends
     SoftTokenEngine &engine() { return m_engine; }
-
-    // A device with the default PINs and application; containers as the
-    // admin program takes them ("c1:sm2", "c2:rsa:1024", "empty").
+    // Default PINs and application; containers as the admin program takes them ("c1:sm2", "c2:rsa:1024", "empty").
     bool addDevice(const QString &name, const QStringList &containers = QStringList());
-
-    // Each returns null (and warns) on failure.
+    // Each gives null (and warns) on failure.
     DEVHANDLE connect(const QString &device);
     HAPPLICATION openApp(DEVHANDLE dev, const char *app = App);
     HCONTAINER openContainer(HAPPLICATION app, const char *container);
     bool login(HAPPLICATION app, const char *pin = UserPin);
-    // Connect, open the application, log in and open a container.
     HCONTAINER ready(const QString &device, const char *container, DEVHANDLE *dev, HAPPLICATION *app);
-
-    // Splits an SKF multi-string (names ended by NUL, list by an empty name).
-    static QStringList names(const QByteArray &multi);
+    static QStringList names(const QByteArray &multi); // an SKF multi-string
 
 private:
     QTemporaryDir m_dir;
@@ -50,4 +43,37 @@ private:
     SoftTokenEngine m_engine;
 };
 
-#endif // TESTS_SOFTTOKEN_TOKENFIXTURE_H
+// A table of calls in order on shared handles: each step shows what it got
+// (the result code in hex, values after it) against what the row expects.
+struct TokenSteps
+{
+    TokenFixture fx;
+    DEVHANDLE dev = nullptr, dev2 = nullptr;
+    HAPPLICATION app = nullptr, app2 = nullptr;
+    HCONTAINER c = nullptr, c2 = nullptr, c3 = nullptr;
+    HANDLE h = nullptr, k = nullptr, k2 = nullptr;
+    QByteArray a, b, d;
+    ULONG n = 0, m = 0;
+};
+using TokenStep = std::function<QString(TokenSteps &)>;
+Q_DECLARE_METATYPE(TokenStep)
+inline QString rv(ULONG code) { return QString::number(code, 16); }
+// Joins what a step shows in the order written, calls included: the
+// operands of << are evaluated left to right, those of + in any order.
+struct Out
+{
+    QString text;
+    Out &operator<<(ULONG code) { return text += rv(code), *this; }
+    Out &operator<<(const QString &t) { return text += t, *this; }
+    Out &operator<<(const QByteArray &t) { return text += QString::fromLatin1(t), *this; }
+    Out &operator<<(const char *t) { return text += QString::fromLatin1(t), *this; }
+    Out &operator<<(char c) { return text += QLatin1Char(c), *this; }
+    operator QString() const { return text; }
+};
+inline BYTE *bytes(QByteArray &b) { return reinterpret_cast<BYTE *>(b.data()); }
+#define STEP(want, ...) QTest::newRow(#__VA_ARGS__) << TokenStep([]([[maybe_unused]] TokenSteps &s) -> QString { __VA_ARGS__; }) << QString(want)
+#define TOKEN_STEPS_RUN(steps)                                                                                       \
+    QFETCH(TokenStep, step);                                                                                         \
+    QTEST(step(*steps), "shows")
+
+#endif

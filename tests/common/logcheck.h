@@ -1,0 +1,64 @@
+// Log expectations as data. The core keeps lines "[function:line]message";
+// a spec names function and message with the line number left open:
+//
+//   "open| end. kdpPath is empty"       a debug line, at least once
+//   "!load|end. error msg *"            an error line; * matches any text
+//   "loadKDP| end. contained.|0"        exactly that many lines (0: none)
+//   ">unloadKDPs| end"                  found after the line of the spec before
+//
+//   QVERIFY2(LogCheck::unmet(core, specs).isEmpty(), ...) or TW_VERIFY_LOG(core, specs)
+#ifndef TWTEST_LOGCHECK_H
+#define TWTEST_LOGCHECK_H
+
+#include "twcore.h"
+
+#include <QRegularExpression>
+#include <QStringList>
+
+namespace LogCheck {
+
+inline QRegularExpression pattern(const QString &function, const QString &message)
+{
+    const QString text = QRegularExpression::escape(message).replace(QStringLiteral("\\*"), QStringLiteral(".*"));
+    return QRegularExpression(QStringLiteral("^\\[%1:\\d+\\]%2$").arg(QRegularExpression::escape(function), text),
+                              QRegularExpression::DotMatchesEverythingOption);
+}
+
+// The first spec that does not hold, with the log; empty when all hold.
+inline QString unmet(const TWCore &core, const QStringList &specs)
+{
+    const QList<TWCore::LogLine> lines = core.lines();
+    int last = -1;
+    for (QString spec : specs) {
+        const bool after = spec.startsWith(QLatin1Char('>'));
+        const bool error = spec.startsWith(QLatin1Char('!')) || spec.startsWith(QLatin1String(">!"));
+        spec.remove(0, int(after) + int(error));
+        const QStringList f = spec.split(QLatin1Char('|'));
+        const QRegularExpression re = pattern(f.value(0), f.value(1));
+        int count = 0, first = -1;
+        for (int i = after ? last + 1 : 0; i < lines.size(); ++i) {
+            if ((lines.at(i).level == TWCore::Level::Error) == error && re.match(lines.at(i).text).hasMatch()) {
+                first = first < 0 ? i : first;
+                ++count;
+            }
+        }
+        if (f.size() > 2 ? count != f.at(2).toInt() : count == 0) {
+            QStringList all;
+            for (const TWCore::LogLine &l : lines)
+                all << (l.level == TWCore::Level::Error ? QStringLiteral("E ") : QStringLiteral("D ")) + l.text;
+            return QStringLiteral("%1 (seen %2)\n%3").arg(spec).arg(count).arg(all.join(QLatin1Char('\n')));
+        }
+        last = first;
+    }
+    return QString();
+}
+
+} // namespace LogCheck
+
+#define TW_VERIFY_LOG(core, ...)                                                                                     \
+    do {                                                                                                             \
+        const QString twUnmet = LogCheck::unmet((core), __VA_ARGS__);                                                    \
+        QVERIFY2(twUnmet.isEmpty(), qPrintable(twUnmet));                                                            \
+    } while (0)
+
+#endif

@@ -1,0 +1,271 @@
+// The host's parts: the core object as the library reaches it (by name, from
+// any thread), the loader against the real library and libraries that are
+// none, what the library prints kept out of twkey's own output, and the
+// CLI's conversions where the CLI table does not reach them.
+#include "twcall.h"
+#include "twcore.h"
+#include "componenthost.h"
+#include "stdoutcapture.h"
+#include "blobconverter.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <thread>
+#include <vector>
+#include <fcntl.h>
+#include <unistd.h>
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+
+namespace {
+
+using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
+
+Key keygen(const char *type, size_t bits = 0)
+{
+    return Key(bits ? EVP_PKEY_Q_keygen(nullptr, nullptr, type, bits) : EVP_PKEY_Q_keygen(nullptr, nullptr, type), EVP_PKEY_free);
+}
+
+Key pemKey(const QByteArray &pem)
+{
+    BIO *bio = BIO_new_mem_buf(pem.constData(), pem.size());
+    Key key(PEM_read_bio_PUBKEY(bio, nullptr, nullptr, nullptr), EVP_PKEY_free);
+    BIO_free(bio);
+    return key;
+}
+
+void put32(QByteArray &blob, int offset, quint32 v) { memcpy(blob.data() + offset, &v, 4); }
+
+// ECCPUBLICKEYBLOB: BitLen, then X and Y right-aligned in 64-byte fields.
+QByteArray eccBlob(EVP_PKEY *key)
+{
+    unsigned char point[65];
+    size_t len = 0;
+    EVP_PKEY_get_octet_string_param(key, OSSL_PKEY_PARAM_PUB_KEY, point, sizeof point, &len);
+    QByteArray blob(132, '\0');
+    put32(blob, 0, 256);
+    blob.replace(36, 32, QByteArray(reinterpret_cast<char *>(point) + 1, 32));
+    blob.replace(100, 32, QByteArray(reinterpret_cast<char *>(point) + 33, 32));
+    return blob;
+}
+
+QByteArray rsaBlob(EVP_PKEY *key, bool rightAligned)
+{
+    BIGNUM *n = nullptr, *e = nullptr;
+    EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &n);
+    EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &e);
+    QByteArray blob(268, '\0'), modulus(BN_num_bytes(n), '\0');
+    put32(blob, 0, 0x00010000);
+    put32(blob, 4, quint32(BN_num_bits(n)));
+    BN_bn2bin(n, reinterpret_cast<unsigned char *>(modulus.data()));
+    blob.replace(rightAligned ? 264 - modulus.size() : 8, modulus.size(), modulus);
+    BN_bn2binpad(e, reinterpret_cast<unsigned char *>(blob.data()) + 264, 4);
+    BN_free(n);
+    BN_free(e);
+    return blob;
+}
+
+} // namespace
+
+class TstHost : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void logLevelsOrderLastErrorAndFile()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("core.log");
+        QFile old(path);
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("earlier run\n") > 0);
+        old.close();
+        TWCore core;
+        QVERIFY(core.setLogFile(path));
+        QVERIFY(twCallVoid(&core, "logDebug", QString("[load:10] start")));
+        QVERIFY(twCallVoid(&core, "logError", QString("[load:12] kdp load fail")));
+        QVERIFY(core.setLogFile(QString()));
+        QVERIFY(twCallVoid(&core, "logDebug", QString("[load:14] end")));
+        QCOMPARE(core.lines().size(), 3);
+        QCOMPARE(core.lines().at(1).level, TWCore::Level::Error);
+        QCOMPARE(core.lines(TWCore::Level::Debug), (QStringList{"[load:10] start", "[load:14] end"}));
+        QCOMPARE(core.lines(TWCore::Level::Error), QStringList{"[load:12] kdp load fail"});
+        QFile file(path); // appended, with the level, until stopped
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(QRegularExpression("^earlier run\n.+ D \\[load:10\\] start\n.+ E \\[load:12\\] kdp load fail\n$")
+                    .match(QString::fromUtf8(file.readAll())).hasMatch());
+        QVERIFY(!core.setLogFile(dir.filePath("missing/dir/core.log")));
+
+        uint read = 7, code = 0xC000003Au;
+        QVERIFY(twCall(&core, "getLastError", read) && read == 0);
+        QVERIFY(twCallVoid(&core, "setLastError", code)); // through a pointer to a 32-bit copy
+        QVERIFY(twCall(&core, "getLastError", read) && read == code);
+        core.clear(); // the log only
+        QVERIFY(core.lines().isEmpty() && core.lineCount() == 0 && core.lastError() == code);
+
+        core.setDiscard(true); // keeps nothing, counts all
+        QVERIFY(core.setLogFile(path));
+        for (int i = 0; i < 100; ++i)
+            core.logDebug(QString::number(i));
+        core.logError(QStringLiteral("failure"));
+        QVERIFY(core.lines().isEmpty() && core.lineCount() == 101);
+        QCOMPARE(QFileInfo(path).size(), file.size());
+        core.setDiscard(false);
+        core.logError(QStringLiteral("kept"));
+        QCOMPARE(core.lines(TWCore::Level::Error), QStringList{"kept"});
+    }
+
+    void concurrentLoggingLosesNothing()
+    {
+        TWCore core;
+        constexpr int threads = 4, perThread = 2000;
+        std::vector<std::thread> workers;
+        for (int t = 0; t < threads; ++t)
+            workers.emplace_back([&core, t] {
+                for (int i = 0; i < perThread; ++i) {
+                    twCallVoid(&core, i % 2 ? "logError" : "logDebug", QString("t%1 %2").arg(t).arg(i));
+                    twCallVoid(&core, "setLastError", uint(i));
+                }
+            });
+        for (std::thread &w : workers)
+            w.join();
+        QCOMPARE(core.lineCount(), threads * perThread);
+        QCOMPARE(core.lines(TWCore::Level::Error).size(), threads * perThread / 2);
+        int next[threads] = {}; // each thread's lines in its own order
+        for (const TWCore::LogLine &line : core.lines())
+            QCOMPARE(line.text.section(' ', 1).toInt(), next[line.text.mid(1, 1).toInt()]++);
+    }
+
+    void refusals()
+    {
+        TWCore core;
+        for (const char *path : {"/nonexistent/libTWKey.so", MOCKSKF_PATH}) {
+            ComponentHost host;
+            QVERIFY(!host.load(QString::fromLatin1(path)) && !host.isLoaded() && !host.errorString().isEmpty());
+            QVERIFY(!host.init(&core));
+            QCOMPARE(host.start(&core), nullptr);
+            int length = 0;
+            QCOMPARE(host.getVersion(nullptr, &length), -2);
+        }
+        ComponentHost noEntry;
+        noEntry.load(QStringLiteral(MOCKSKF_PATH));
+        QVERIFY2(noEntry.errorString().contains("ComponentInit"), qPrintable(noEntry.errorString()));
+        ComponentHost host;
+        QVERIFY(host.load(QStringLiteral(TWKEY_LIB)));
+        QCOMPARE(host.createComponent(), nullptr); // the library would fault before ComponentInit
+        QVERIFY(host.errorString().contains("ComponentInit"));
+        QVERIFY(!host.init(nullptr));
+        QCOMPARE(host.manager(), nullptr);
+    }
+
+    void startVersionAndShutdown()
+    {
+        QTemporaryDir bin;
+        TWCore core;
+        core.setBinPath(bin.path());
+        ComponentHost host;
+        QVERIFY(host.load(QStringLiteral(TWKEY_LIB)));
+        int length = 0;
+        QCOMPARE(host.getVersion(nullptr, &length), 0);
+        QCOMPARE(length, 9);
+        char buffer[16];
+        length = int(sizeof buffer);
+        QCOMPARE(host.getVersion(buffer, &length), -1);
+        QCOMPARE(host.getVersion(buffer, nullptr), -2); // refused here, a fault in the library
+        QObject *manager = host.start(&core);
+        QVERIFY(manager);
+        QCOMPARE(host.start(&core), manager);
+        QCOMPARE(host.createComponent(), manager);
+        QCOMPARE(host.createComponent(QStringLiteral("TWKEY.Other.1"), QStringLiteral("0000")), nullptr);
+        int count = -1;
+        QVERIFY(twCall(manager, "count", count) && count == 0);
+        QVERIFY(core.lines(TWCore::Level::Debug).join('\n').contains("kdpPath:" + bin.path() + "/kdp/"));
+        core.clear();
+        host.shutdown(true);
+        QVERIFY(core.lines(TWCore::Level::Debug).join('\n').contains("~TWKey")); // deleted while the core was there
+        QCOMPARE(host.manager(), nullptr);
+        const int lines = core.lineCount();
+        host.shutdown(true);
+        QCOMPARE(core.lineCount(), lines);
+        QVERIFY(host.init(&core));
+        QCOMPARE(host.createComponent(), nullptr); // the library would hand out the deleted manager
+    }
+
+    void libraryLinesGoToTheSinkOwnOutputStays()
+    {
+        QTemporaryDir dir;
+        const QByteArray path = QFile::encodeName(dir.filePath("stdout.txt"));
+        std::fflush(stdout);
+        const int original = ::dup(STDOUT_FILENO);
+        const int file = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        QVERIFY(original >= 0 && file >= 0 && ::dup2(file, STDOUT_FILENO) >= 0);
+        ::close(file);
+        QStringList sunk;
+        {
+            StdoutCapture capture([&sunk](const QString &line) { sunk << line; });
+            QVERIFY(capture.realStdout() != stdout);
+            std::printf("[TWKeyObjectSkf::PrintError] Error:fail \n");
+            std::fprintf(capture.realStdout(), "own output\n");
+            std::printf("SERIAL0001\nno newline at the end");
+            QVERIFY(::write(STDOUT_FILENO, "raw write\n", 10) == 10);
+        }
+        std::printf("after\n");
+        std::fflush(stdout);
+        ::dup2(original, STDOUT_FILENO);
+        ::close(original);
+        QFile f(QFile::decodeName(path));
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QCOMPARE(f.readAll(), QByteArray("own output\nafter\n"));
+        sunk.sort(); // the unbuffered write may overtake the buffered lines; each arrives whole
+        QCOMPARE(sunk, (QStringList{"SERIAL0001", "[TWKeyObjectSkf::PrintError] Error:fail ", "no newline at the end", "raw write"}));
+    }
+
+    // What the CLI table does not reach: the keys and signatures twkey meets
+    // through the token are checked by openssl there.
+    void edgesAndRefusals()
+    {
+        QString error;
+        Key key = keygen("SM2");
+        const QByteArray good = eccBlob(key.get());
+        Key back = pemKey(BlobConverter::publicBlobToPem(good, &error));
+        QVERIFY2(back && EVP_PKEY_eq(key.get(), back.get()) == 1 && EVP_PKEY_is_a(back.get(), "SM2"), qPrintable(error));
+        QByteArray offCurve = good, wrongBits = good;
+        offCurve[131] = char(offCurve.at(131) ^ 1);
+        put32(wrongBits, 0, 384);
+        const QList<QPair<QByteArray, const char *>> bad{{offCurve, "SM2 curve"}, {wrongBits, "384"}, {good.left(131), "131"}};
+        for (const auto &b : bad) {
+            QVERIFY(BlobConverter::publicBlobToPem(b.first, &error).isEmpty());
+            QVERIFY2(error.contains(QLatin1String(b.second)), qPrintable(error));
+        }
+        Key rsa = keygen("RSA", 1024); // the token's modulus stands right, some stand left
+        Key left = pemKey(BlobConverter::publicBlobToPem(rsaBlob(rsa.get(), false), &error));
+        QVERIFY2(left && EVP_PKEY_eq(rsa.get(), left.get()) == 1, qPrintable(error));
+        QByteArray empty(268, '\0');
+        put32(empty, 4, 2048);
+        QVERIFY(BlobConverter::rsaPublicBlobToPem(empty, &error).isEmpty());
+
+        const QByteArray compact = QByteArray(31, '\x01') + '\x81' + QByteArray(32, '\x02');
+        const QByteArray blob = BlobConverter::compactToSignatureBlob(compact), der = BlobConverter::compactToDer(compact);
+        QCOMPARE(blob, QByteArray(32, '\0') + compact.left(32) + QByteArray(32, '\0') + compact.mid(32)); // r, s right-aligned
+        QCOMPARE(BlobConverter::signatureBlobToCompact(blob), compact);
+        QCOMPARE(BlobConverter::derToCompact(der), compact);
+        for (const QByteArray &r : {BlobConverter::derToCompact(der + '\0'), BlobConverter::derToCompact("not a signature"),
+                                    BlobConverter::compactToDer(compact.left(63)), BlobConverter::signatureBlobToCompact(blob.left(127))})
+            QVERIFY(r.isEmpty());
+
+        QByteArray cert;
+        for (int i = 0; i < 200; ++i)
+            cert += char(i * 7);
+        const QByteArray pem = BlobConverter::certificateToPem(cert);
+        for (const QByteArray &line : pem.split('\n'))
+            QVERIFY(line.size() <= 64 || line.startsWith("-----"));
+        QCOMPARE(BlobConverter::certificateToDer("text before\n" + pem), cert);
+        QCOMPARE(BlobConverter::certificateToDer(cert), cert);
+        QVERIFY(BlobConverter::certificateToDer("-----BEGIN CERTIFICATE-----\nAAAA").isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TstHost)
+#include "tst_host.moc"

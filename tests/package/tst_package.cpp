@@ -1,0 +1,312 @@
+// Key driver packages (both forms, the three versions, every refusal, and
+// archives that must not be trusted) and their pairing with a driver.
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <quazip/quazip.h>
+#include <quazip/quazipfile.h>
+#include <quazip/quazipnewinfo.h>
+
+#include "frame/rtc.h"
+#include "logcheck.h"
+#include "package/keydriver.h"
+#include "package/keydriverinfo.h"
+#include "package/keydriverpackage.h"
+
+namespace {
+
+const QString kConfig = QStringLiteral("<driver version=\"2.0\"><name>Fam</name><protocol>skf</protocol>"
+                                       "<argument>libtoken.so</argument></driver>");
+
+// Files under root, "path=content", "path->link target", and zip entries
+// "archive.kdp!entry=content" or "archive.kdp!entry->target".
+bool make(const QString &root, const QStringList &files)
+{
+    QMap<QString, QList<QStringList>> zips;
+    for (QString f : files) {
+        f.replace(QStringLiteral("{CFG}"), kConfig).replace(QStringLiteral("{ROOT}"), root);
+        const int arrow = f.indexOf(QStringLiteral("->")), eq = f.indexOf(QLatin1Char('='));
+        const bool link = arrow > 0 && (eq < 0 || arrow < eq);
+        const int cut = link ? arrow : eq;
+        const QStringList kv = cut < 0 ? QStringList{f} : QStringList{f.left(cut), f.mid(cut + (link ? 2 : 1))};
+        if (kv.at(0).contains(QLatin1Char('!'))) {
+            zips[kv.at(0).section(QLatin1Char('!'), 0, 0)] << QStringList{kv.at(0).section(QLatin1Char('!'), 1), kv.value(1),
+                                                                          link ? "l" : "f"};
+            continue;
+        }
+        const QString path = root + QLatin1Char('/') + kv.at(0);
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        if (link ? !QFile::link(kv.at(1), path)
+                 : kv.size() < 2 ? !QDir().mkpath(path)
+                                 : !file.open(QIODevice::WriteOnly) || file.write(kv.at(1).toLatin1()) < 0)
+            return false;
+    }
+    for (auto z = zips.cbegin(); z != zips.cend(); ++z) {
+        QuaZip zip(root + QLatin1Char('/') + z.key());
+        QDir().mkpath(QFileInfo(zip.getZipName()).path());
+        if (!zip.open(QuaZip::mdCreate))
+            return false;
+        for (const QStringList &e : z.value()) {
+            QuaZipNewInfo info(e.at(0));
+            info.externalAttr = (e.at(2) == "l" ? 0120777u : 0100644u) << 16;
+            QuaZipFile entry(&zip);
+            if (!entry.open(QIODevice::WriteOnly, info))
+                return false;
+            entry.write(e.at(1).toLatin1());
+        }
+    }
+    return true;
+}
+
+QString field(KeyDriverPackage &p, const QString &name)
+{
+    const QMap<QString, std::function<QString()>> get{
+        {"version", [&] { return p.version(); }}, {"name", [&] { return p.name(); }},
+        {"protocol", [&] { return p.protocol(); }}, {"argument", [&] { return p.argument(); }},
+        {"modelId", [&] { return p.modelId(); }}, {"ap", [&] { return p.defaultAdminPin(); }},
+        {"cfbvp", [&] { return p.createFileByVerifyPin(); }}, {"csp", [&] { return p.cspname(); }},
+        {"skfPath", [&] { return p.skfPath(); }}, {"kdpFile", [&] { return QString::number(p.isKDPFile()); }},
+        {"limit", [&] { return QString::number(p.GetLimitSize(16)); }}, {"work", [&] { return p.workPath(); }}};
+    return get.value(name, [] { return QStringLiteral("?"); })();
+}
+
+} // namespace
+
+class TstPackage : public QObject
+{
+    Q_OBJECT
+
+    TWCore core;
+    std::unique_ptr<QTemporaryDir> tmp;
+    QString root;
+
+    QStringList expand(QStringList list) const { return list.replaceInStrings(QStringLiteral("{ROOT}"), root); }
+
+private slots:
+    void init()
+    {
+        tmp = std::make_unique<QTemporaryDir>();
+        root = QFileInfo(tmp->path()).canonicalFilePath();
+        core.clear();
+        ComponentInit(&core);
+    }
+    void cleanup() { ComponentDestroy(); }
+
+    // Files to make, the path to open, whether it opens, "field=value;..."
+    // to read after, log specs, and what lies on disk after close():
+    // "path" exists, "!path" does not, "path=content", "~path" is no link.
+    void package_data()
+    {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<bool>("opens");
+        QTest::addColumn<QString>("fields");
+        QTest::addColumn<QStringList>("log");
+        QTest::addColumn<QStringList>("after");
+        const QString v20 = "p/config.xml=<driver version=\"2.0\">%1</driver>";
+        QTest::newRow("root name not looked at, texts as they stand")
+            << QStringList{"p/config.xml=<settings version=\"2.0\"><name>CFCA</name><protocol>SKF</protocol>"
+                           "<argument>lib.so</argument><modelid>M1</modelid><ap>YWRtaW4=</ap><createfilebyverifypin> "
+                           "true</createfilebyverifypin><library>keydriver_twhard.dll</library><cspname>C</cspname>"
+                           "<unknown>x</unknown><name>second</name></settings>"}
+            << "p" << true
+            << "version=2.0;name=CFCA;protocol=SKF;argument=lib.so;modelId=M1;ap=YWRtaW4=;cfbvp= true;csp=;skfPath=;"
+               "kdpFile=0;limit=16;work={ROOT}/p"
+            << QStringList{"KeyDriverPackage| filePath:{ROOT}/p", "load| _workPath:{ROOT}/p",
+                           "load| _version = 1.1 or 2.0", "open| end", "version| _version: 2.0",
+                           "workPath| _workPath: {ROOT}/p", "isKDPFile| isKDPFile: 0", "close| start", ">close| end"}
+            << QStringList{"p/config.xml"};
+        QTest::newRow("1.1 without protocol") << QStringList{"p/config.xml=<driver version=\"1.1\"><argument/></driver>"}
+                                              << "p" << true << "version=1.1;protocol=;argument=" << QStringList()
+                                              << QStringList();
+        QTest::newRow("1.0: library in any case, protocol ignored, key code dropped")
+            << QStringList{"p/config.xml=<driver><library>KeyDriver_TWHARD.dll</library><protocol>skf</protocol>"
+                           "<cspname>CSP</cspname></driver>",
+                           "p/TW_KeyCode.ini=[KeyType]\nSKFKEYCODE=libskf.so\n"}
+            << "p" << true << "version=1.0;protocol=;csp=CSP;skfPath=" << QStringList{"load| end. _version = 1.0"}
+            << QStringList();
+        QTest::newRow("1.0 without library")
+            << QStringList{"p/config.xml=<driver><name>n</name></driver>"} << "p" << false << "version=1.0"
+            << QStringList{"load| end. _version = 1.0", "load| end|0", "open| end|0"} << QStringList();
+        QTest::newRow("1.0 other library") << QStringList{"p/config.xml=<driver version=\"1.0\"><library>x.dll</library></driver>"}
+                                           << "p" << false << "" << QStringList{"load| end|0"} << QStringList();
+        for (const char *v : {"1.10", "3.0", "2.0 "})
+            QTest::newRow(v) << QStringList{QStringLiteral("p/config.xml=<driver version=\"%1\"/>").arg(v)} << "p" << false
+                             << "" << QStringList{"load|end. unkown _version"} << QStringList();
+        QTest::newRow("limited") << QStringList{v20.arg("<limitSerialNum limitSize=\"12\">1</limitSerialNum>")} << "p"
+                                 << true << "limit=12"
+                                 << QStringList{"load| _limitSerialNum is:1", "load| _limitSize is:12"} << QStringList();
+        QTest::newRow("limit without size") << QStringList{v20.arg("<limitSerialNum>1</limitSerialNum>")} << "p" << true
+                                            << "limit=0" << QStringList{"load| _limitSize is:*|0"} << QStringList();
+        for (const char *n : {"0", "abc", "-1"}) // a size is read for any number but 0, used only above 0
+            QTest::newRow(qPrintable(QStringLiteral("limit %1").arg(n)))
+                << QStringList{v20.arg(QStringLiteral("<limitSerialNum limitSize=\"12\">%1</limitSerialNum>").arg(n))}
+                << "p" << true << "limit=16" << QStringList{QStringLiteral("load| _limitSize is:12|%1").arg(n[0] == '-')}
+                << QStringList();
+        QTest::newRow("no limit") << QStringList{v20.arg("")} << "p" << true << "limit=16"
+                                  << QStringList{"load| _limitSerialNum is:*|0"} << QStringList();
+        QTest::newRow("empty path") << QStringList() << "" << false << "" << QStringList{"open| end. kdpPath is empty"}
+                                    << QStringList();
+        QTest::newRow("missing") << QStringList() << "nothing.kdp" << false << ""
+                                 << QStringList{"open| end. kdpPath {ROOT}/nothing.kdp is invalidate"} << QStringList();
+        for (const char *name : {"x.KDP", "x.zip"})
+            QTest::newRow(name) << QStringList{QStringLiteral("%1=whatever").arg(name)} << name << false << ""
+                                << QStringList{"open| end. unknow format"} << QStringList();
+        QTest::newRow("no config") << QStringList{"p"} << "p" << false << ""
+                                   << QStringList{"open| end. configPath invalidate"} << QStringList();
+        QTest::newRow("config unreadable") << QStringList{"p/config.xml"} << "p" << false << ""
+                                           << QStringList{"load| open failed."} << QStringList();
+        for (const char *xml : {"not xml", "", "<driver><name>x</driver>", "\xff\xfe<"})
+            QTest::newRow(qPrintable(QStringLiteral("xml '%1'").arg(xml)))
+                << QStringList{QStringLiteral("p/config.xml=") + QLatin1String(xml)} << "p" << false << ""
+                << QStringList{"load| errorStr: * ; errorLine: *", ">load|end. xml parser failed."} << QStringList();
+        QTest::newRow("packed, unpacked beside, again over what lies there")
+            << QStringList{"pk/fam.v2.kdp!config.xml={CFG}", "pk/fam.v2.kdp!sub/data.bin=payload",
+                           "pk/fam.v2/config.xml=<driver version=\"9\"/>"}
+            << "pk/fam.v2.kdp" << true << "version=2.0;name=Fam;kdpFile=1;work={ROOT}/pk/fam.v2"
+            << QStringList{"isKDPFile| isKDPFile: 1"} << QStringList{"pk/fam.v2/sub/data.bin", "pk/fam.v2/config.xml"};
+        QTest::newRow("packed one level down") << QStringList{"nested.kdp!inner/config.xml={CFG}"} << "nested.kdp" << false
+                                               << "" << QStringList{"open| end. configPath invalidate"}
+                                               << QStringList{"nested/inner/config.xml"};
+        QTest::newRow("not a zip") << QStringList{"fake.kdp=PK\x03\x04 but nothing else"} << "fake.kdp" << false << ""
+                                   << QStringList{"open| end. configPath invalidate"} << QStringList{"!fake/config.xml"};
+        QTest::newRow("entries escaping by name")
+            << QStringList{"pkgs/slip.kdp!config.xml={CFG}", "pkgs/slip.kdp!../../escaped.txt=out",
+                           "pkgs/slip.kdp!ok/../../escaped2.txt=out"}
+            << "pkgs/slip.kdp" << false << "" << QStringList{"open| end. configPath invalidate"}
+            << QStringList{"!escaped.txt", "!escaped2.txt", "!pkgs/slip/config.xml"};
+        QTest::newRow("entry with an absolute name") << QStringList{"abs.kdp!config.xml={CFG}", "abs.kdp!{ROOT}/absolute.txt=out"}
+            << "abs.kdp" << false << "" << QStringList() << QStringList{"!absolute.txt", "!abs/config.xml"};
+        QTest::newRow("entry escaping through a link")
+            << QStringList{"outside", "pkgs/link.kdp!config.xml={CFG}", "pkgs/link.kdp!door->../../outside",
+                           "pkgs/link.kdp!door/planted.txt=out"}
+            << "pkgs/link.kdp" << false << "" << QStringList() << QStringList{"!outside/planted.txt", "~pkgs/link/door"};
+        QTest::newRow("work folder holding a link out")
+            << QStringList{"elsewhere/lib.so=original", "pk/fam/libtoken.so->{ROOT}/elsewhere/lib.so",
+                           "pk/fam.kdp!config.xml={CFG}", "pk/fam.kdp!libtoken.so=replaced"}
+            << "pk/fam.kdp" << false << "" << QStringList() << QStringList{"elsewhere/lib.so=original"};
+        QTest::newRow("link inside the archive")
+            << QStringList{"inner.kdp!config.xml={CFG}", "inner.kdp!lib/libtoken.so.1=bytes",
+                           "inner.kdp!libtoken.so->lib/libtoken.so.1"}
+            << "inner.kdp" << true << "" << QStringList() << QStringList();
+    }
+    void package()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QString, path);
+        QFETCH(QString, fields);
+        QFETCH(QStringList, after);
+        QVERIFY(make(root, files));
+        KeyDriverPackage kdp(path.isEmpty() ? QString() : root + QLatin1Char('/') + path);
+        QTEST(kdp.open(), "opens");
+        for (const QString &f : fields.split(QLatin1Char(';'), Qt::SkipEmptyParts))
+            QCOMPARE(f.section('=', 0, 0) + '=' + field(kdp, f.section('=', 0, 0)), QString(f).replace("{ROOT}", root));
+        kdp.close();
+        QFETCH(QStringList, log);
+        TW_VERIFY_LOG(core, expand(log));
+        for (QString a : after) {
+            const QChar mark = a.at(0);
+            const QFileInfo info(root + QLatin1Char('/') + a.section('=', 0, 0).remove(QRegularExpression("^[!~]")));
+            QFile file(info.filePath());
+            QVERIFY2(mark == '!' ? !info.exists() : mark == '~' ? !info.isSymLink()
+                     : a.contains('=') ? file.open(QIODevice::ReadOnly) && file.readAll() == a.section('=', 1).toLatin1()
+                                       : info.exists(),
+                     qPrintable(a));
+        }
+    }
+
+    void keyCodeFile()
+    {
+        QVERIFY(make(root, {"p11.ini=[KeyType]\nP11KEYCODE=libp11.so\n",
+                            "skf.ini=[KeyType]\nSKFKEYCODE=libskf.so\nP11KEYCODE=libp11.so\n"}));
+        KeyDriverPackage kdp(QStringLiteral("unused"));
+        QString out = QStringLiteral("preset");
+        QVERIFY(!kdp.getSKFPath(root + QStringLiteral("/missing.ini"), out));
+        QCOMPARE(out, QString());
+        QVERIFY(!QFileInfo::exists(root + QStringLiteral("/missing.ini")));
+        QVERIFY(!kdp.getSKFPath(root + QStringLiteral("/p11.ini"), out));
+        QCOMPARE(out, QStringLiteral("libp11.so"));
+        QVERIFY(kdp.getSKFPath(root + QStringLiteral("/skf.ini"), out));
+        QCOMPARE(out, QStringLiteral("libskf.so"));
+        ComponentDestroy(); // quiet without a core agent, and works all the same
+        QVERIFY(make(root, {"q/config.xml={CFG}"}));
+        core.clear();
+        KeyDriverPackage quiet(root + QStringLiteral("/q"));
+        QVERIFY(quiet.open());
+        QCOMPARE(quiet.argument(), QStringLiteral("libtoken.so"));
+        QCOMPARE(core.lineCount(), 0);
+    }
+
+    // config.xml, the library file (mock: the test token library, text: not
+    // a shared object), whether a driver binds, its type after, log specs.
+    void driverInfo_data()
+    {
+        QTest::addColumn<QString>("config");
+        QTest::addColumn<QString>("library");
+        QTest::addColumn<bool>("binds");
+        QTest::addColumn<int>("type");
+        QTest::addColumn<QStringList>("log");
+        const QString v = "<driver version=\"%1\">%2</driver>";
+        for (const char *p : {"SKF", "Skf", "skf"})
+            QTest::newRow(p) << v.arg("2.0", QStringLiteral("<protocol>%1</protocol><argument>lib.so</argument>").arg(p))
+                             << "mock" << true << 1
+                             << QStringList{"open| start", "version| _version: 2.0", QStringLiteral(">protocol| _protocol: %1").arg(p),
+                                            ">open| protocol skf", ">workPath| _workPath: {ROOT}/p", ">argument| _argument: lib.so",
+                                            ">KeyDriverSKF|path :{ROOT}/p/lib.so", ">open| end"};
+        QTest::newRow("1.0 even with a key code")
+            << "<driver><library>keydriver_twhard.dll</library></driver>" << "ini" << false << 1
+            << QStringList{"open| protocol twhard by kdp1.0, not support run by not win32 os"};
+        QTest::newRow("trailing blank") << v.arg("1.1", "<protocol>skf </protocol>") << "" << false << 1
+                                        << QStringList{"!open| no keydriver"};
+        QTest::newRow("no protocol") << v.arg("2.0", "<argument>x.so</argument>") << "" << false << 1
+                                     << QStringList{"!open| no keydriver"};
+        QTest::newRow("other protocol") << v.arg("2.0", "<protocol>p11</protocol>") << "" << false << 1
+                                        << QStringList{"!open| no keydriver"};
+        QTest::newRow("native without its library") << v.arg("2.0", "<protocol>TWF</protocol>") << "" << false << 1
+                                                     << QStringList{"open| protocol twf", "!open| kdp load fail"};
+        QTest::newRow("package that did not open") << v.arg("3.0", "") << "" << false << 1
+                                                   << QStringList{"!open| unknown version, not support"};
+        QTest::newRow("empty argument") << v.arg("1.1", "<protocol>skf</protocol>") << "" << false << 1
+                                        << QStringList{"open| protocol skf", "!open| kdp load fail"};
+        QTest::newRow("missing library") << v.arg("2.0", "<protocol>Skf</protocol><argument>none.so</argument>") << ""
+                                         << false << 1 << QStringList{"!load|end. error msg *", ">!open| kdp load fail"};
+        QTest::newRow("not a shared object") << v.arg("2.0", "<protocol>SKF</protocol><argument>lib.so</argument>")
+                                             << "text" << false << 1
+                                             << QStringList{"!load|end. error msg *", ">!open| kdp load fail"};
+    }
+    void driverInfo()
+    {
+        QFETCH(QString, config);
+        QFETCH(QString, library);
+        QVERIFY(make(root, {"p/config.xml=" + config, "p/TW_KeyCode.ini=[KeyType]\nSKFKEYCODE=libskf.so\n"}));
+        if (library == "mock")
+            QVERIFY(QFile::link(QStringLiteral(MOCKSKF_PATH), root + QStringLiteral("/p/lib.so")));
+        if (library == "text")
+            QVERIFY(make(root, {"p/lib.so=\x7f" "ELF but not really"}));
+        KeyDriverPackage kdp(root + QStringLiteral("/p"));
+        kdp.open();
+        core.clear();
+        {
+            KeyDriverInfo info(&kdp);
+            QVERIFY(info.isActive() && info.firstIndex() == 0 && info.keyCount() == 0 && info.getKDP() == &kdp);
+            QTEST(info.open(), "binds");
+            QTEST(info.getDriverType(), "type");
+            QFETCH(bool, binds);
+            QCOMPARE(info.getKeyDriver() && info.getKeyDriver()->parent() == &info, binds);
+            if (!binds) { // the forwarders answer empty
+                QCOMPARE(info.count(), 0);
+                QCOMPARE(info.openKey(0), nullptr);
+                QCOMPARE(info.openKeyWithoutEnumDev(0), nullptr);
+                QCOMPARE(info.lastError(), qint64(0));
+            }
+            QFETCH(QStringList, log);
+            TW_VERIFY_LOG(core, expand(log));
+            info.close();
+            QVERIFY(info.getDriverType() == 0 && !info.getKDP() && !info.getKeyDriver());
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TstPackage)
+#include "tst_package.moc"

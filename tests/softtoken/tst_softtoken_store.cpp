@@ -1,0 +1,323 @@
+// The software token's store: devices pulled out and put back, device
+// events, the fault plan, the store shared between processes; the engine's
+// C++ interface and the softtoken admin program.
+#include "tokenfixture.h"
+
+#include <QtTest>
+
+#include <future>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+const QString OK = QStringLiteral("0"), REMOVED = rv(SAR_DEVICE_REMOVED), HANDLE_ERR = rv(SAR_INVALIDHANDLEERR);
+
+// The code, then the name (or, on failure, the length asked for) and the event.
+QString waitEvent(ULONG size = 256)
+{
+    QByteArray buf(int(size), '\0');
+    ULONG event = 0;
+    const ULONG r = SKF_WaitForDevEvent(buf.data(), &size, &event);
+    return rv(r) + ' ' + (r ? QString::number(size) : QString::fromLatin1(buf.constData()) + ' ' + QString::number(event));
+}
+
+// Starts f in a child process (from the main thread: the token's lock must
+// not be held at the fork); then, with the parent's work, true when it exited 0.
+pid_t spawn(const std::function<bool()> &f)
+{
+    const pid_t pid = fork();
+    if (pid == 0)
+        _exit(f() ? 0 : 1);
+    return pid;
+}
+
+bool reaped(pid_t pid)
+{
+    int status = 0;
+    return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+bool inChild(const std::function<bool()> &f) { return reaped(spawn(f)); }
+
+struct Run
+{
+    int code = -1;
+    QByteArray out, err;
+};
+
+Run admin(const QStringList &args, const QString &store = QString())
+{
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    if (!store.isEmpty())
+        env.insert("SOFTTOKEN_STORE", store);
+    p.setProcessEnvironment(env);
+    p.start(QStringLiteral(SOFTTOKEN_ADMIN), args);
+    Run r;
+    if (p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit)
+        r = {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
+    return r;
+}
+
+QJsonObject show(const QString &store, const QString &device)
+{
+    return QJsonDocument::fromJson(admin({"--store", store, "show", device}).out).object();
+}
+
+} // namespace
+
+class SoftTokenStoreTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TokenSteps> steps;
+
+    QTemporaryDir m_refusals;
+
+private slots:
+    void presenceAndFaults_data()
+    {
+        steps = std::make_unique<TokenSteps>();
+        QTest::addColumn<TokenStep>("step");
+        QTest::addColumn<QString>("shows");
+        STEP("1", s.a = QByteArray(32, 'e'); return QString::number(s.fx.addDevice("tok", {"c:sm2"}) && s.fx.addDevice("other") && (s.c = s.fx.ready("tok", "c", &s.dev, &s.app))
+                                   && !SKF_DigestInit(s.dev, SGD_SM3, nullptr, nullptr, 0, &s.h) && !SKF_SetSymmKey(s.dev, bytes(s.a), SGD_SM4_ECB, &s.k) && s.fx.engine().removeDevice("tok")));
+        STEP(REMOVED.repeated(8), ECCSIGNATUREBLOB g; DEVINFO i{}; BYTE r[6]; DEVHANDLE d;
+             return Out() << rv(SKF_GenRandom(s.dev, r, 6)) << rv(SKF_GetDevInfo(s.dev, &i)) << rv(SKF_EnumFiles(s.app, nullptr, &s.n)) << rv(SKF_GetContainerType(s.c, &s.n))
+                    << rv(SKF_ECCSignData(s.c, bytes(s.a), 32, &g)) << rv(SKF_Digest(s.h, bytes(s.a), 32, nullptr, &s.n)) << rv(SKF_Encrypt(s.k, bytes(s.a), 32, nullptr, &s.n))
+                    << rv(SKF_ConnectDev(const_cast<char *>("tok"), &d)));
+        // Put back, it is listed again, but the old connection is over until a new connect.
+        STEP("0 other|tok||" + REMOVED + REMOVED, s.fx.engine().insertDevice("tok"); char l[64] = {}; s.n = 64; ECCSIGNATUREBLOB g; BYTE r[6]; const ULONG r1 = SKF_EnumDev(TRUE, l, &s.n); const QString e = rv(r1) + ' ' + QString::fromLatin1(l, int(s.n)).replace('\0', '|');
+             return Out() << e << rv(SKF_GenRandom(s.dev, r, 6)) << rv(SKF_ECCSignData(s.c, bytes(s.a), 32, &g)));
+        STEP("1" + OK, ECCSIGNATUREBLOB g; s.c2 = s.fx.ready("tok", "c", &s.dev2, &s.app2); return Out() << QString::number(s.c2 != nullptr) << rv(SKF_ECCSignData(s.c2, bytes(s.a), 32, &g)));
+        STEP(REMOVED + HANDLE_ERR + REMOVED + HANDLE_ERR + HANDLE_ERR, // the old handles still give themselves back, once
+             return Out() << rv(SKF_CloseHandle(s.h)) << rv(SKF_CloseHandle(s.h)) << rv(SKF_DisConnectDev(s.dev)) << rv(SKF_DisConnectDev(s.dev)) << rv(SKF_Encrypt(s.k, bytes(s.a), 32, nullptr, &s.n)));
+        STEP(OK + REMOVED, BYTE r[6]; QString o = rv(SKF_GenRandom(s.dev2, r, 6)); s.fx.engine().removeDevice("tok"); s.fx.engine().insertDevice("tok"); return Out() << o << rv(SKF_GenRandom(s.dev2, r, 6)));
+        STEP("1 " + rv(SAR_GENRANDERR).repeated(3) + OK + OK + " 1 0", s.dev = s.fx.connect("tok"); s.dev2 = s.fx.connect("other"); BYTE r[8]; DEVINFO i{}; QString o, side;
+             o = QString::number(s.fx.engine().setFault("tok", "SKF_GenRandom", SAR_GENRANDERR, 3)) + ' '; // exactly the named call, n times, on that device
+             for (int k = 0; k < 5; ++k) { o += rv(SKF_GenRandom(s.dev, r, 8)); side += rv(SKF_GetDevInfo(s.dev, &i)) + rv(SKF_GenRandom(s.dev2, r, 8)); }
+             return Out() << o << ' ' << QString::number(side == QString("0").repeated(10)) << ' ' << QString::number(QFileInfo::exists(s.fx.store() + "/tok/faults.json")));
+        STEP(REMOVED.repeated(4) + OK + OK, DEVINFO i{}; BYTE r[8]; s.fx.engine().setFault("tok", "SKF_GetDevInfo", SAR_DEVICE_REMOVED); QString o; // until cleared
+             for (int k = 0; k < 4; ++k) o += rv(SKF_GetDevInfo(s.dev, &i)); o += rv(SKF_GenRandom(s.dev, r, 8)); s.fx.engine().clearFaults("tok"); return Out() << o << rv(SKF_GetDevInfo(s.dev, &i)));
+        STEP(rv(SAR_FAIL) + OK + "0 1", DEVHANDLE h; s.fx.engine().setFault("tok", "SKF_ConnectDev", SAR_FAIL, 1); QString o = rv(SKF_ConnectDev(const_cast<char *>("tok"), &h));
+             o += rv(SKF_ConnectDev(const_cast<char *>("tok"), &h)); SKF_DisConnectDev(h);
+             return Out() << o << QString::number(s.fx.engine().setFault("tok", "SKF_NoSuchCall", SAR_FAIL)) << ' ' << QString::number(s.fx.engine().lastError().contains("SKF_NoSuchCall")));
+        STEP("1 " + REMOVED + REMOVED + OK, BYTE r[8]; const QString store = s.fx.store(); // set by another process
+             const bool child = inChild([&] { return SoftTokenEngine(store).setFault("tok", "SKF_GenRandom", SAR_DEVICE_REMOVED, 2); });
+             return Out() << QString::number(child) << ' ' << rv(SKF_GenRandom(s.dev, r, 8)) << rv(SKF_GenRandom(s.dev, r, 8)) << rv(SKF_GenRandom(s.dev, r, 8)));
+        STEP("0 21 0 21 " + QByteArray("other\0tok\0\0\x7f", 12).toHex() + " 0 11", QByteArray b(64, '\x7f'); s.fx.engine().setSizeLie("tok", "SKF_EnumDev", 10, 2); s.n = 0;
+             QString o = Out() << rv(SKF_EnumDev(TRUE, nullptr, &s.n)) << ' ' << QString::number(s.n); s.n = 64; o += Out() << ' ' << rv(SKF_EnumDev(TRUE, b.data(), &s.n)) << ' ' << QString::number(s.n);
+             o += Out() << ' ' << b.left(12).toHex(); return Out() << o << ' ' << rv(SKF_EnumDev(TRUE, nullptr, &s.n)) << ' ' << QString::number(s.n)); // the size lies, what is filled is the truth
+        STEP("0 5", QByteArray b(64, 0); s.fx.engine().setSizeLie("tok", "SKF_EnumApplication", -3, 1); s.n = 64; return Out() << rv(SKF_EnumApplication(s.dev, b.data(), &s.n)) << ' ' << QString::number(s.n));
+        STEP(REMOVED + "0" + REMOVED, s.app = s.fx.openApp(s.dev); s.fx.engine().deleteDevice("tok"); // deleted counts as removed
+             return Out() << rv(SKF_EnumFiles(s.app, nullptr, &s.n)) << QString::number(s.fx.engine().deviceExists("tok") || QFileInfo::exists(s.fx.store() + "/tok")) << rv(SKF_DisConnectDev(s.dev)));
+    }
+    void presenceAndFaults() { TOKEN_STEPS_RUN(steps); }
+
+    void waitReportsArrivalsAndRemovals()
+    {
+        TokenFixture fx;
+        QVERIFY(fx.addDevice("tok"));
+        auto removal = std::async(std::launch::async, [] { return waitEvent(); });
+        QCOMPARE(removal.wait_for(std::chrono::milliseconds(120)), std::future_status::timeout); // under way, nothing happens
+        QVERIFY(fx.engine().removeDevice("tok"));
+        QCOMPARE(removal.get(), QString("0 tok %1").arg(SKF_DEV_EVENT_REMOVE));
+        auto arrival = std::async(std::launch::async, [] { return waitEvent(); });
+        QVERIFY(fx.engine().insertDevice("tok"));
+        QCOMPARE(arrival.get(), QString("0 tok %1").arg(SKF_DEV_EVENT_INSERT));
+        // Events between two waits are kept; a short buffer keeps the event.
+        QVERIFY(fx.addDevice("a-long-device-name"));
+        QCOMPARE(waitEvent(4), rv(SAR_BUFFER_TOO_SMALL) + " 19");
+        QCOMPARE(waitEvent(), QString("0 a-long-device-name %1").arg(SKF_DEV_EVENT_INSERT));
+        QVERIFY(fx.engine().deleteDevice("tok"));
+        QCOMPARE(waitEvent(), QString("0 tok %1").arg(SKF_DEV_EVENT_REMOVE));
+        auto cancelled = std::async(std::launch::async, [] { return waitEvent(); });
+        QCOMPARE(cancelled.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+        DEVHANDLE dev = fx.connect("a-long-device-name"); // other calls go on while a wait blocks
+        QVERIFY(dev);
+        SKF_DisConnectDev(dev);
+        QCOMPARE(SKF_CancelWaitForDevEvent(), ULONG(SAR_OK));
+        QCOMPARE(cancelled.get(), rv(SAR_NOT_EVENTERR) + " 256");
+    }
+
+    void processesShareTheStore()
+    {
+        TokenFixture fx;
+        QVERIFY(fx.addDevice("tok", {"c:sm2"}));
+        auto writer = [&fx](char tag) {
+            DEVHANDLE dev = fx.connect("tok");
+            HAPPLICATION app = dev ? fx.openApp(dev) : nullptr;
+            for (int i = 0; app && i < 25; ++i) {
+                QByteArray name = QByteArray(1, tag) + QByteArray::number(i);
+                if (SKF_CreateFile(app, name.data(), 8, 0xFF, 0xFF) != SAR_OK)
+                    return false;
+            }
+            return app && SKF_DisConnectDev(dev) == SAR_OK;
+        };
+        const pid_t child = spawn([&] { return writer('c'); });
+        QVERIFY(writer('p'));
+        QVERIFY(reaped(child));
+        QCOMPARE(fx.engine().files("tok").size(), 50); // no update lost
+        DEVHANDLE dev;
+        HAPPLICATION app;
+        HCONTAINER c = fx.ready("tok", "c", &dev, &app);
+        FILEATTRIBUTE attr;
+        QCOMPARE(SKF_GetFileInfo(app, const_cast<char *>("c0"), &attr), ULONG(SAR_OK));
+        QVERIFY(inChild([&] { return SKF_DeleteFile(fx.openApp(fx.connect("tok")), const_cast<char *>("c0")) == SAR_OK; }));
+        QCOMPARE(SKF_GetFileInfo(app, const_cast<char *>("c0"), &attr), ULONG(SAR_FILE_NOT_EXIST)); // seen at the next call
+        struct stat before, after;
+        QVERIFY(::stat(QFile::encodeName(fx.store() + "/tok/device.json").constData(), &before) == 0);
+        QByteArray e(32, 'e');
+        ECCSIGNATUREBLOB sig;
+        for (int i = 0; i < 10; ++i)
+            QCOMPARE(SKF_ECCSignData(c, bytes(e), 32, &sig), ULONG(SAR_OK));
+        QVERIFY(::stat(QFile::encodeName(fx.store() + "/tok/device.json").constData(), &after) == 0);
+        QCOMPARE(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec); // signing never writes the store
+        QCOMPARE(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+        SKF_DisConnectDev(dev);
+    }
+
+    void enumeratesSixtyFourDevicesQuickly()
+    {
+        TokenFixture fx;
+        QVERIFY(fx.addDevice("dev00")); // one made, 63 copied: making each costs synced writes
+        for (int i = 1; i < 64; ++i) {
+            const QString dir = fx.store() + QStringLiteral("/dev%1").arg(i, 2, 10, QLatin1Char('0'));
+            QVERIFY(QDir().mkdir(dir) && QFile::copy(fx.store() + "/dev00/device.json", dir + "/device.json")
+                    && QFile::copy(fx.store() + "/dev00/present", dir + "/present"));
+        }
+        QByteArray buf(4096, '\0');
+        qint64 best = -1;
+        for (int i = 0; i < 10; ++i) {
+            QElapsedTimer t;
+            t.start();
+            ULONG size = 0;
+            QVERIFY(SKF_EnumDev(TRUE, nullptr, &size) == SAR_OK && SKF_EnumDev(TRUE, buf.data(), &size) == SAR_OK);
+            best = best < 0 ? t.nsecsElapsed() : qMin(best, t.nsecsElapsed());
+            QCOMPARE(TokenFixture::names(buf.left(int(size))).size(), 64);
+        }
+        QVERIFY2(best < 2 * 5000000, qPrintable(QStringLiteral("%1 ns").arg(best))); // both calls together
+    }
+    void refusals()
+    {
+        TokenFixture fx;
+        QVERIFY(fx.addDevice("one") && fx.addDevice("two"));
+        const auto list = fx.engine().listDevices(); // serial numbers made unique
+        QVERIFY(list.size() == 2 && list.at(0).name == "one" && list.at(0).present && list.at(0).serial.size() >= 20);
+        QVERIFY(list.at(0).serial != list.at(1).serial);
+        SoftTokenEngine::DeviceOptions o;
+        // name, user PIN, serial: the error, or "" for made.
+        const QList<QStringList> rows{{"../escape", "12345678", "", "invalid device name"}, {"ok", "123", "", "PIN"},
+                                      {"ok", "12345678", "SAME-SERIAL", ""}, {"ok2", "12345678", "SAME-SERIAL", "already used"},
+                                      {"ok", "12345678", "", "already exists"}};
+        for (const QStringList &r : rows) {
+            o.name = r.at(0), o.userPin = r.at(1), o.serial = r.at(2);
+            QVERIFY2(fx.engine().createDevice(o) == r.at(3).isEmpty() && fx.engine().lastError().contains(r.at(3)), qPrintable(r.join(' ')));
+        }
+        QVERIFY(QDir().mkdir(fx.store() + "/half")); // left without its device file by an interrupted create: reused
+        o.name = "half";
+        QVERIFY2(fx.engine().createDevice(o) && fx.engine().isPresent("half"), qPrintable(fx.engine().lastError()));
+        SoftTokenEngine::ContainerSetup setup;
+        QString error;
+        for (const char *bad : {"c:rsa:512", "c:dsa", ":sm2"})
+            QVERIFY2(!SoftTokenEngine::ContainerSetup::parse(bad, &setup, &error), bad);
+        QVERIFY(SoftTokenEngine::ContainerSetup::parse("c:rsa:2048", &setup, &error) && setup.rsaBits == 2048);
+        SoftTokenEngine::PinState st;
+        QVERIFY(!fx.engine().removeDevice("nosuch") && !fx.engine().pinState("nosuch", false, &st));
+        QFile f(fx.store() + "/half/device.json"); // a damaged device file is refused cleanly
+        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write("{ not json") > 0);
+        f.close();
+        QCOMPARE(fx.engine().listDevices().size(), 3);
+        DEVHANDLE dev = nullptr;
+        QCOMPARE(SKF_ConnectDev(const_cast<char *>("half"), &dev), ULONG(SAR_READFILEERR));
+        QVERIFY(fx.engine().showJson("half").isEmpty() && fx.engine().lastError().contains("JSON"));
+    }
+
+    void storeLocationFollowsTheEnvironment()
+    {
+        const QByteArray store = qgetenv("SOFTTOKEN_STORE"), xdg = qgetenv("XDG_DATA_HOME");
+        const bool hadStore = qEnvironmentVariableIsSet("SOFTTOKEN_STORE"), hadXdg = qEnvironmentVariableIsSet("XDG_DATA_HOME");
+        qputenv("SOFTTOKEN_STORE", "/some/store");
+        QCOMPARE(SoftTokenEngine::defaultStoreDir(), QString("/some/store"));
+        qunsetenv("SOFTTOKEN_STORE");
+        qputenv("XDG_DATA_HOME", "/xdg");
+        QCOMPARE(SoftTokenEngine::defaultStoreDir(), QString("/xdg/twkey/softtoken"));
+        qunsetenv("XDG_DATA_HOME");
+        QCOMPARE(SoftTokenEngine::defaultStoreDir(), QDir::homePath() + "/.local/share/twkey/softtoken");
+        hadStore ? qputenv("SOFTTOKEN_STORE", store) : qunsetenv("SOFTTOKEN_STORE");
+        hadXdg ? qputenv("XDG_DATA_HOME", xdg) : qunsetenv("XDG_DATA_HOME");
+        QTemporaryDir dir; // the program takes the same variable without --store
+        QCOMPARE(admin({"init", "viaenv"}, dir.path()).code, 0);
+        QVERIFY(QFileInfo::exists(dir.path() + "/viaenv/device.json"));
+    }
+
+    void adminProgram()
+    {
+        QTemporaryDir dir;
+        const QString s = dir.path();
+        Run r = admin({"--store", s, "init", "tok", "--serial", "SN-0001", "--label", "Lab", "--manufacturer", "M", "--issuer", "I",
+                       "--admin-pin", "adminpin", "--user-pin", "userpin1", "--admin-retries", "4", "--user-retries", "3", "--app", "APP2",
+                       "--container", "a:sm2", "--container", "b:rsa:1024", "--container", "c"});
+        QVERIFY2(r.code == 0, r.err.constData());
+        QCOMPARE(admin({"--store", s, "list"}).out, QByteArray("tok\tSN-0001\tpresent\n"));
+        QJsonObject j = show(s, "tok");
+        const QJsonObject app = j["apps"].toArray().at(0).toObject();
+        const QJsonArray cs = app["containers"].toArray();
+        QVERIFY(j["info"].toObject()["serial"] == "SN-0001" && j["info"].toObject()["label"] == "Lab" && app["name"] == "APP2");
+        QVERIFY(app["adminPin"].toObject()["maxRetries"] == 4 && app["userPin"].toObject()["remaining"] == 3);
+        QVERIFY(cs.size() == 3 && cs[0].toObject()["type"] == "sm2" && cs[1].toObject()["type"] == "rsa" && cs[2].toObject()["type"] == "empty");
+        QCOMPARE(cs[0].toObject()["signCert"].toBool(), false);
+        TokenFixture fx; // the library in this process sees what the program does
+        fx.useStore(s);
+        DEVHANDLE dev = fx.connect("tok");
+        HAPPLICATION h = fx.openApp(dev, "APP2");
+        QVERIFY(fx.login(h, "userpin1"));
+        BYTE rnd[4];
+        QCOMPARE(admin({"--store", s, "remove", "tok"}).code, 0);
+        QCOMPARE(admin({"--store", s, "list"}).out, QByteArray("tok\tSN-0001\tremoved\n"));
+        QCOMPARE(show(s, "tok")["present"].toBool(), false);
+        QCOMPARE(admin({"--store", s, "insert", "tok"}).code, 0);
+        QCOMPARE(show(s, "tok")["present"].toBool(), true);
+        dev = fx.connect("tok");
+        QCOMPARE(admin({"--store", s, "fault", "tok", "SKF_GenRandom", "0x0A000023", "--times", "2"}).code, 0);
+        QCOMPARE(admin({"fault", "tok", "SKF_EnumDev", "--size-lie", "-4", "--store", s}).code, 0);
+        const QJsonArray faults = show(s, "tok")["faults"].toArray();
+        QVERIFY(faults.size() == 2 && faults[0].toObject()["code"] == "0x0A000023" && faults[0].toObject()["remaining"] == 2);
+        QVERIFY(faults[1].toObject()["sizeDelta"] == -4 && faults[1].toObject()["remaining"] == -1);
+        QCOMPARE(SKF_GenRandom(dev, rnd, 4), ULONG(SAR_DEVICE_REMOVED));
+        QCOMPARE(admin({"--store", s, "clear-faults", "tok"}).code, 0);
+        QCOMPARE(SKF_GenRandom(dev, rnd, 4), ULONG(SAR_OK));
+        QVERIFY(show(s, "tok")["faults"].toArray().isEmpty());
+        QCOMPARE(admin({"--store", s, "delete", "tok"}).code, 0);
+        QCOMPARE(SKF_GenRandom(dev, rnd, 4), ULONG(SAR_DEVICE_REMOVED));
+        QVERIFY(admin({"--store", s, "list"}).out.isEmpty());
+        SKF_DisConnectDev(dev);
+    }
+
+    void adminRefusals_data()
+    {
+        QTest::addColumn<QString>("args");
+        QTest::addColumn<QString>("words");
+        const QStringList rows{"|no command", "frobnicate|unknown command", "init|one device name", "init tok|already exists",
+                               "init x --container c:ec|bad container", "init x --user-pin 12|6 to 16", "init x --admin-retries many|needs a number",
+                               "init x --colour red|unknown option", "init x --serial|needs a value", "fault tok SKF_GenRandom zz|bad code",
+                               "fault tok SKF_Bogus 0x1|unknown function", "fault tok SKF_GenRandom 0x1 --times 0|positive",
+                               "fault nosuch SKF_GenRandom 0x1|no device", "remove nosuch|no device", "show|one device name", "show tok2|no device tok2"};
+        for (const QString &r : rows)
+            QTest::newRow(qPrintable(r)) << r.section('|', 0, 0) << r.section('|', 1);
+        admin({"--store", m_refusals.path(), "init", "tok"});
+    }
+    void adminRefusals()
+    {
+        QFETCH(QString, args);
+        const Run r = admin(QStringList{"--store", m_refusals.path()} + args.split(' ', Qt::SkipEmptyParts));
+        QFETCH(QString, words);
+        QVERIFY2(r.code != 0 && r.err.contains(words.toUtf8()), r.err.constData());
+        QCOMPARE(QDir(m_refusals.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot), QStringList{"tok"}); // nothing made
+    }
+};
+
+QTEST_GUILESS_MAIN(SoftTokenStoreTest)
+#include "tst_softtoken_store.moc"
