@@ -88,7 +88,13 @@ void TestNativeSession::sessionRows()
     suite.run({
         // Open and close: connected once, never closed.
         Row("count connects").loose().call("TWKey.count").is("1")
-            .log({" TWF_ConnectDev", " TWF_ConnectDev ok", "- SKF_*", "- openApplication"}),
+            .log({"[open]devName: d*", "[open] KeyObject::findDev", "[open] pKeyObj == 0", "[open] TWF_ConnectDev",
+                  "[open] TWF_ConnectDev ok", "[open] end", "[open] end", "- SKF_*", "- openApplication"}),
+        Row("a session found by serial opens again").loose().before("TWKey.count").call("TWKey.open", {i32(0)})
+            .is("object").log({"[open] pKeyObj->open()", "[open] end", "- TWF_ConnectDev"}),
+        Row("a token that won't connect").loose().fault("TWF_ConnectDev", SAR_DEVICE_REMOVED).call("TWKey.count")
+            .is("0").err(SAR_DEVICE_REMOVED)
+            .log({" pKeyObj == 0", errorLine(" TWF_ConnectDev failed,ret = %d ", SAR_DEVICE_REMOVED), " isOpen == false"}),
         Row("open again asks only whether the token is there").loose().call("open").is("true")
             .log({"- TWF_ConnectDev"}),
         Row("close leaves the session open").call("close").is("").log({" start", " end"})
@@ -98,8 +104,8 @@ void TestNativeSession::sessionRows()
             .log({errorLine(" TWF_VerifyPIN failed,ret = %d", SAR_DEVICE_REMOVED)}).then("open", {}, "true"),
         // Identity and capacity: asked at each call; maker and versions not offered.
         Row("label").loose().call("labelName").is("\"d*\"").log({" labelName = d* "}),
-        Row("serial").loose().call("serialNumber").is("\"SN000007\"").log({" serialNumber(A) = SN000007 "}),
-        Row("serial, whole").loose().call("serialNumberEx").is("\"SN000008\""),
+        Row("serial").loose().call("serialNumber").is("\"SN000009\"").log({" serialNumber(A) = SN000009 "}),
+        Row("serial, whole").loose().call("serialNumberEx").is("\"SN000010\"").log({" serialNumber = SN000010 "}),
         Row("no manufacturer").call("GetManufacturer").is("\"\"").log({" start", " end"}).err(Keep)
             .then("GetHWVersion", {}, "\"\"").then("GetFirmwareVersion", {}, "\"\""),
         Row("no new label").call("SetlabelName", {"new"}).is("false").log({" start", " end"})
@@ -155,6 +161,8 @@ void TestNativeSession::sessionRows()
             .before("importSessionKey", {ref("c"), quint64(SGD_SM4_ECB), ref("wrapped"), 197}, "k2")
             .before("decryptInit", {ref("k2"), bin(kEcb)}).call("decrypt", {ref("k2"), ref("e"), 16})
             .is("[16]70707070707070707070707070707070"),
+        Row("RSA digest in the native words").loose().call("digestRsaByPubkey", {bin("abc")}).is("[0]")
+            .out({"[KeyObjectTWF::SignDataRsaWithDigest] call in "}),
         Row("encrypt with a null key").call("encrypt", {nullHandle(), bin("x"), 1}).is("[0]").err(SAR_INVALIDHANDLEERR)
             .log({" end . hKey is null"}),
         user("seal").before("epsWriteESealData", {bin("seal"), 4}).call("epsReadESealData", {0, 0}).is("[4]7365616c"),
