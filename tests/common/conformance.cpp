@@ -354,9 +354,9 @@ QString Conformance::storePath() const
     return d->store();
 }
 
-QString Conformance::tracerPath() const
+QString Conformance::packagePath() const
 {
-    return QStringLiteral(SKFTRACE_PATH);
+    return d->kdp.kdpPath() + QStringLiteral("/traced");
 }
 
 const DeviceData &Conformance::standardToken() const

@@ -207,7 +207,9 @@ public:
 
     TestHost &host();
     QString storePath() const;
-    QString tracerPath() const;
+    // The package folder that names the traced library: a session made by
+    // its constructor needs a KeyDriverPackage and a driver of it.
+    QString packagePath() const;
     // The standard token: application TW_APP (PINs 88888888 / 12345678),
     // containers c1 (SM2, with certificates) and r1 (RSA 1024), no files.
     const DeviceData &standardToken() const;

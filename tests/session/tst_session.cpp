@@ -41,7 +41,7 @@ void TestSession::openAndClose()
     Conformance suite;
     suite.run({
         Row("new session connects").call("TWKey.count").is("1").calls(kEnumDev + kConnect)
-            .log({"linux SKF_ConnectDev", "linux SKF_GetDevInfo ", " SKF_EnumApplication",
+            .log({"[findDev] findDev", "[findDev]pKeyObj : 0", "linux SKF_ConnectDev", "linux SKF_GetDevInfo ", " SKF_EnumApplication",
                   " SKF_EnumApplication 0 ulSize: 8", " SKF_OpenApplication success containerName= c1",
                   " KeyObjectSKF end"})
             .state("SN000001"),
