@@ -136,8 +136,8 @@ void TestSessionPins::packageAdminPin()
     suite.run({
         Row("unblock: the package's admin PIN second").call("resetUserPin").is("true")
             .calls({kUnblockFirst, R"(SKF_UnblockPIN(h1, "88888888", "482915", ->10) = 0x00000000)"})
-            .log({errorLine(" SKF_UnblockPIN first failed,ret = %d", SAR_PIN_INCORRECT),
-                  " strDefaultAdminPin: " + *package.ap}),
+            .log({" SKF_UnblockPIN first", errorLine(" SKF_UnblockPIN first failed,ret = %d", SAR_PIN_INCORRECT),
+                  " strDefaultAdminPin: " + *package.ap, " SKF_UnblockPIN second", "[resetUserPin] end"}),
         Row("unblock: both admin PINs fail").open({"resetUserPin"}).token(otherAdmin).call("resetUserPin").is("false").err(SAR_PIN_INCORRECT)
             .calls({kUnblockFirst, R"(SKF_UnblockPIN(h1, "88888888", "482915", ->8) = 0x0A000024)"})
             .log({"-*second failed*"}),
