@@ -3,11 +3,9 @@
 // A test that lets the library connect a token rewrites that file. So that
 // two test runs on one machine (two checkouts, two ctest runs) never meet
 // there, such a test is built with tw_isolate_device(<target>) (CMake): before
-// main, isolate() gives the process and its children a private mount
-// namespace with a private "/tmp" (and so a "/tmp/tw_device" of their own).
-// Where the system allows no namespace, the process holds an exclusive
-// flock on "/tmp/tw_device.lock" for its life instead and puts the file back
-// as it found it at exit. A TwDeviceGuard does that for a scope.
+// main, isolate() takes an exclusive flock on "/tmp/tw_device.lock", shared
+// across runs, for the process's life, and puts the file back as it found it
+// at exit. A TwDeviceGuard does that for a scope.
 #ifndef TWTEST_TWDEVICEGUARD_H
 #define TWTEST_TWDEVICEGUARD_H
 

@@ -62,9 +62,6 @@ private slots:
     {
         QVERIFY2(mock.isLoaded(), qPrintable(mock.errorString()));
         qInstallMessageHandler(captureDebug);
-        QFile mounts(QStringLiteral("/proc/self/mountinfo")); // /tmp, and so the device file, is this process's own
-        QVERIFY(mounts.open(QIODevice::ReadOnly));
-        QCOMPARE(mounts.readAll().contains(" /tmp "), TwDeviceGuard::isolation() == TwDeviceGuard::Isolation::Namespace);
         QVERIFY(TwDeviceGuard::isolation() != TwDeviceGuard::Isolation::None);
     }
     void init()
