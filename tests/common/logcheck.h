@@ -1,10 +1,10 @@
 // Log expectations as data. The core keeps lines "[function:line]message";
-// a spec names function and message with the line number left open:
+// an expectation names function and message with the line number left open:
 //
 //   "open| end. kdpPath is empty"       a debug line, at least once
 //   "!load|end. error msg *"            an error line; * matches any text
 //   "loadKDP| end. contained.|0"        exactly that many lines (0: none)
-//   ">unloadKDPs| end"                  found after the line of the spec before
+//   ">unloadKDPs| end"                  found after the line expected before
 //   "?*|*libTWKeyDriver*"               any level; a function * is any function
 //
 //   QVERIFY2(LogCheck::unmet(core, specs).isEmpty(), ...) or TW_VERIFY_LOG(core, specs)
