@@ -475,7 +475,8 @@ bool Conformance::prepare(const Row &row, int index, Prepared &p, QStringList &p
         return true;
     }
     StdoutCapture quiet([](const QString &) {});
-    TwDeviceGuard::set(QByteArray());
+    // Empty, not gone: a file that is a mount point of its own can't go.
+    TwDeviceGuard::set(QByteArray(""));
     p = Prepared();
     p.device = QStringLiteral("d%1").arg(++d->devices, 4, 10, QLatin1Char('0'));
     DeviceData data = d->standard;

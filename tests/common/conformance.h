@@ -47,8 +47,8 @@
 // is saved as "k", i32(n) an int. Steps save their result by name:
 // before("openContainer", {"c1"}, "c"). A method "TWKey.count" goes to the
 // key manager; such a row gets no session made ahead. Each new row starts
-// without a device-state file; the call finds it as the row's own set-up
-// left it.
+// with an empty device-state file; the call finds it as the row's own
+// set-up left it.
 //
 // Rows run in order, each on a new device; reuse() keeps the previous row's
 // device and session. aged() rows run after one wait past the session's

@@ -86,7 +86,9 @@ void TestSession::openAndClose()
                   " end. appNameList.count = 0"}),
         Row("connect fails").loose().fault("SKF_ConnectDev", SAR_DEVICE_REMOVED).call("TWKey.count").is("0").err(SAR_USER_NOT_LOGGED_IN)
             .calls(kEnumDev + QStringList{R"(SKF_ConnectDev("d*", ->null) = 0x0A000023)"})
-            .log({errorLine(" SKF_ConnectDev failed,ret = %d ", SAR_DEVICE_REMOVED)}).out({printed("设备已移除")}).state(""),
+            .log({errorLine(" SKF_ConnectDev failed,ret = %d ", SAR_DEVICE_REMOVED), "[closeV1] start", "[closeV1] end",
+                  "[closeV1] start", "[closeV1] end", "[open] KeyDriverSKF end"})
+            .out({printed("设备已移除")}).state(""),
         Row("close leaves the session open").call("close").is("").calls({}).log({" start", " end"})
             .then("GetPINInfo", {1, 1}, "6"),
         closed("closed session reconnects").token(serial("SN-A")).call("open").is("true").calls(kConnect)

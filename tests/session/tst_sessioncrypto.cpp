@@ -5,8 +5,54 @@
 
 #include "isolatedtest.h"
 #include "sessionrows.h"
+#include "tokencrypto.h"
+
+#include <cstring>
 
 namespace {
+
+// A new SM2 key pair as an ENVELOPEDKEYBLOB for the standard token's c1:
+// the private key under an SM4 key, that key under c1's signing key.
+QByteArray eccEnvelope(const DeviceData &token)
+{
+    EVP_PKEY *sign = TokenCrypto::sm2KeyPair(token.apps[0].containers[0].sign.priv);
+    const QByteArray priv = TokenCrypto::sm2Generate(), sym = TokenCrypto::random(16);
+    EVP_PKEY *key = TokenCrypto::sm2KeyPair(priv);
+    QByteArray px, py, x, y, hash, cipher, encPriv;
+    TokenCrypto::sm2PublicPoint(key, &px, &py);
+    TokenCrypto::sm2Encrypt(sign, sym, &x, &y, &hash, &cipher);
+    TokenCrypto::sm4(true, TokenCrypto::Sm4Ecb, sym, QByteArray(), false, priv, &encPriv);
+    TokenCrypto::freeKey(key);
+    TokenCrypto::freeKey(sign);
+    QByteArray blob(int(sizeof(ENVELOPEDKEYBLOB)) - 1 + cipher.size(), '\0');
+    auto *env = reinterpret_cast<ENVELOPEDKEYBLOB *>(blob.data());
+    env->Version = 1;
+    env->ulSymmAlgID = SGD_SM4_ECB;
+    env->ulBits = env->PubKey.BitLen = 256;
+    std::memcpy(env->cbEncryptedPriKey + 32, encPriv.constData(), 32);
+    std::memcpy(env->PubKey.XCoordinate + 32, px.constData(), 32);
+    std::memcpy(env->PubKey.YCoordinate + 32, py.constData(), 32);
+    std::memcpy(env->ECCCipherBlob.XCoordinate + 32, x.constData(), 32);
+    std::memcpy(env->ECCCipherBlob.YCoordinate + 32, y.constData(), 32);
+    std::memcpy(env->ECCCipherBlob.HASH, hash.constData(), 32);
+    env->ECCCipherBlob.CipherLen = ULONG(cipher.size());
+    std::memcpy(env->ECCCipherBlob.Cipher, cipher.constData(), size_t(cipher.size()));
+    return blob;
+}
+
+// A new RSA 1024 key pair for r1: the SM4 key wrapped under r1's signing
+// key, and the private key's DER under the SM4 key.
+QPair<QByteArray, QByteArray> rsaWrapped(const DeviceData &token)
+{
+    EVP_PKEY *sign = TokenCrypto::rsaKeyPair(token.apps[0].containers[1].sign.priv);
+    const QByteArray sym = TokenCrypto::random(16);
+    QByteArray der = TokenCrypto::rsaGenerate(1024), wrapped, encrypted;
+    der.append(QByteArray((16 - der.size() % 16) % 16, '\0'));
+    TokenCrypto::rsaEncrypt(sign, sym, &wrapped);
+    TokenCrypto::sm4(true, TokenCrypto::Sm4Ecb, sym, QByteArray(), false, der, &encrypted);
+    TokenCrypto::freeKey(sign);
+    return qMakePair(wrapped, encrypted);
+}
 
 // Opened container "c" (SM2 c1 or RSA r1), the user logged in.
 Row in(const char *container, const QString &tag)
@@ -55,6 +101,7 @@ private slots:
 void TestSessionCrypto::rsa()
 {
     Conformance suite;
+    const auto rsaKey = rsaWrapped(suite.standardToken());
     suite.run({
         in("r1", "generate 1024 bits").call("genRSAKeyPair", {ref("c"), 1024}).is("[268]*")
             .calls({"SKF_GenRSAKeyPair(h1, 1024, ->[268]#*) = 0x00000000"})
@@ -72,6 +119,10 @@ void TestSessionCrypto::rsa()
         closed("generate without application").call("genRSAKeyPair", {nullHandle(), 1024}).is("[0]")
             .err(SAR_USER_NOT_LOGGED_IN).log({"[genRSAKeyPair] end . app is null"}),
 
+        in("r1", "import a wrapped key pair").call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin(rsaKey.first), bin(rsaKey.second)})
+            .is("true").calls({QStringLiteral("SKF_ImportRSAKeyPair(h1, 0x401, [128]#*, 128, [%1]#*, %1) = 0x00000000")
+                                   .arg(rsaKey.second.size())})
+            .log({" SKF_ImportRSAKeyPair", "[importRSAKeyPair] end"}),
         bare("r1", "import passes both parts").fault("SKF_ImportRSAKeyPair", SAR_FAIL)
             .call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin("wrapped"), bin("encdata")}).is("false").err(SAR_FAIL)
             .calls({"SKF_ImportRSAKeyPair(h1, 0x401, [7]77726170706564, 7, [7]656e6364617461, 7) = 0x0A000001"})
@@ -154,6 +205,7 @@ void TestSessionCrypto::rsa()
 void TestSessionCrypto::ecc()
 {
     Conformance suite;
+    const QByteArray envelope = eccEnvelope(suite.standardToken());
     suite.run({
         in("c1", "generate").call("genECCKeyPair", {ref("c"), SGD_SM2_1}).is("[132]*")
             .calls({"SKF_GenECCKeyPair(h1, 0x20100, ->[132]#*) = 0x00000000"})
@@ -169,6 +221,8 @@ void TestSessionCrypto::ecc()
             .calls({}).log({" end. container = null"}),
         closed("generate without application").call("genECCKeyPair", {nullHandle(), 1}).is("[0]").err(SAR_USER_NOT_LOGGED_IN),
 
+        in("c1", "import an enveloped key pair").call("importECCKeyPair", {ref("c"), bin(envelope)}).is("true")
+            .calls({"SKF_ImportECCKeyPair(h1, [373]#*) = 0x00000000"}).log({" SKF_ImportECCKeyPair", "[importECCKeyPair] end."}),
         bare("c1", "import passes the envelope").fault("SKF_ImportECCKeyPair", SAR_FAIL)
             .call("importECCKeyPair", {ref("c"), bin(QByteArray(373, 'e'))}).is("false").err(SAR_FAIL)
             .calls({"SKF_ImportECCKeyPair(h1, [373]#*) = 0x0A000001"}).out({printed("fail")})
