@@ -25,7 +25,8 @@ bool KdpFixture::writePackage(const QString &dir, const KdpConfig &config, const
     if (config.version)
         w.writeAttribute(QStringLiteral("version"), *config.version);
     const QList<QPair<const char *, std::optional<QString>>> elements{
-        {"name", config.name}, {"protocol", config.protocol}, {"argument", config.argument}, {"ap", config.ap}};
+        {"name", config.name}, {"protocol", config.protocol}, {"argument", config.argument}, {"ap", config.ap},
+        {"modelid", config.modelId}};
     for (const auto &e : elements)
         if (e.second)
             w.writeTextElement(QLatin1String(e.first), *e.second);
