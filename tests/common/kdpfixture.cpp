@@ -25,8 +25,7 @@ bool KdpFixture::writePackage(const QString &dir, const KdpConfig &config, const
     if (config.version)
         w.writeAttribute(QStringLiteral("version"), *config.version);
     const QList<QPair<const char *, std::optional<QString>>> elements{
-        {"name", config.name}, {"protocol", config.protocol}, {"argument", config.argument}, {"ap", config.ap},
-        {"modelid", config.modelId}};
+        {"name", config.name}, {"protocol", config.protocol}, {"argument", config.argument}, {"ap", config.ap}};
     for (const auto &e : elements)
         if (e.second)
             w.writeTextElement(QLatin1String(e.first), *e.second);
@@ -39,6 +38,8 @@ bool KdpFixture::writePackage(const QString &dir, const KdpConfig &config, const
     }
     if (config.createFileByVerifyPin)
         w.writeTextElement(QStringLiteral("createfilebyverifypin"), *config.createFileByVerifyPin);
+    for (const auto &e : config.extra)
+        w.writeTextElement(e.first, e.second);
     w.writeEndDocument();
     QFile file(dir + QStringLiteral("/config.xml"));
     if (!QDir().mkpath(dir) || !file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(xml) < 0)

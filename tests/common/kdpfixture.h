@@ -24,7 +24,7 @@ struct KdpConfig
     std::optional<QString> limitSerialNum;
     std::optional<QString> limitSize; // attribute of limitSerialNum
     std::optional<QString> createFileByVerifyPin;
-    std::optional<QString> modelId;
+    QList<QPair<QString, QString>> extra; // further elements, in this order
 };
 
 class KdpFixture

@@ -5,6 +5,7 @@
 //   "!load|end. error msg *"            an error line; * matches any text
 //   "loadKDP| end. contained.|0"        exactly that many lines (0: none)
 //   ">unloadKDPs| end"                  found after the line of the spec before
+//   "?*|*libTWKeyDriver*"               any level; a function * is any function
 //
 //   QVERIFY2(LogCheck::unmet(core, specs).isEmpty(), ...) or TW_VERIFY_LOG(core, specs)
 #ifndef TWTEST_LOGCHECK_H
@@ -20,7 +21,8 @@ namespace LogCheck {
 inline QRegularExpression pattern(const QString &function, const QString &message)
 {
     const QString text = QRegularExpression::escape(message).replace(QStringLiteral("\\*"), QStringLiteral(".*"));
-    return QRegularExpression(QStringLiteral("^\\[%1:\\d+\\]%2$").arg(QRegularExpression::escape(function), text),
+    const QString where = function == QLatin1String("*") ? QStringLiteral("[^\\]]*") : QRegularExpression::escape(function);
+    return QRegularExpression(QStringLiteral("^\\[%1:\\d+\\]%2$").arg(where, text),
                               QRegularExpression::DotMatchesEverythingOption);
 }
 
@@ -32,12 +34,13 @@ inline QString unmet(const TWCore &core, const QStringList &specs)
     for (QString spec : specs) {
         const bool after = spec.startsWith(QLatin1Char('>'));
         const bool error = spec.startsWith(QLatin1Char('!')) || spec.startsWith(QLatin1String(">!"));
-        spec.remove(0, int(after) + int(error));
+        const bool anyLevel = spec.startsWith(QLatin1Char('?'));
+        spec.remove(0, int(after) + int(error) + int(anyLevel));
         const QStringList f = spec.split(QLatin1Char('|'));
         const QRegularExpression re = pattern(f.value(0), f.value(1));
         int count = 0, first = -1;
         for (int i = after ? last + 1 : 0; i < lines.size(); ++i) {
-            if ((lines.at(i).level == TWCore::Level::Error) == error && re.match(lines.at(i).text).hasMatch()) {
+            if ((anyLevel || (lines.at(i).level == TWCore::Level::Error) == error) && re.match(lines.at(i).text).hasMatch()) {
                 first = first < 0 ? i : first;
                 ++count;
             }

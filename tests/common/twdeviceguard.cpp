@@ -39,21 +39,11 @@ bool enterNamespace()
 
 bool privateDeviceFile()
 {
-    // Nothing mounted here may travel back to the machine's namespace.
-    if (!enterNamespace() || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        return false;
-    // The mount point must exist: an empty file reads as none to the library,
-    // and it is never removed again, since another run may sit on it.
-    struct stat st;
-    const int point = ::lstat(TwDeviceGuard::kPath, &st) == 0 ? -2 : ::open(TwDeviceGuard::kPath, O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
-    char source[] = "/tmp/tw_device.private.XXXXXX";
-    const int fd = point == -1 ? -1 : ::mkstemp(source);
-    const bool ok = fd >= 0 && ::mount(source, TwDeviceGuard::kPath, nullptr, MS_BIND, nullptr) == 0;
-    if (fd >= 0)
-        ::close(fd), ::unlink(source); // the mount keeps it alive
-    if (point >= 0)
-        ::close(point);
-    return ok;
+    // Nothing mounted here may travel back to the machine's namespace. A
+    // private /tmp, not a file bound over the path: the test must be able to
+    // remove the file, as the library sees a missing one.
+    return enterNamespace() && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           ::mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") == 0;
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 // two test runs on one machine (two checkouts, two ctest runs) never meet
 // there, such a test is built with tw_isolate_device(<target>) (CMake): before
 // main, isolate() gives the process and its children a private mount
-// namespace with an empty file of their own bound over "/tmp/tw_device".
+// namespace with a private "/tmp" (and so a "/tmp/tw_device" of their own).
 // Where the system allows no namespace, the process holds an exclusive
 // flock on "/tmp/tw_device.lock" for its life instead and puts the file back
 // as it found it at exit. A TwDeviceGuard does that for a scope.
@@ -26,9 +26,7 @@ public:
 
     // The file's content; a null array when there is none.
     static QByteArray current();
-    // Writes the content as it stands; a null array removes the file (in a
-    // namespace, where the file is a mount point, it is emptied: the library
-    // reads an empty file as none).
+    // Writes the content as it stands; a null array removes the file.
     static bool set(const QByteArray &content);
     // Once per process, before any thread: see above. Children inherit it.
     static Isolation isolate();

@@ -62,9 +62,9 @@ private slots:
     {
         QVERIFY2(mock.isLoaded(), qPrintable(mock.errorString()));
         qInstallMessageHandler(captureDebug);
-        QFile mounts(QStringLiteral("/proc/self/mountinfo")); // the device file is this process's own
+        QFile mounts(QStringLiteral("/proc/self/mountinfo")); // /tmp, and so the device file, is this process's own
         QVERIFY(mounts.open(QIODevice::ReadOnly));
-        QCOMPARE(mounts.readAll().contains(" /tmp/tw_device "), TwDeviceGuard::isolation() == TwDeviceGuard::Isolation::Namespace);
+        QCOMPARE(mounts.readAll().contains(" /tmp "), TwDeviceGuard::isolation() == TwDeviceGuard::Isolation::Namespace);
         QVERIFY(TwDeviceGuard::isolation() != TwDeviceGuard::Isolation::None);
     }
     void init()
@@ -245,20 +245,22 @@ private slots:
 
     void handleRoad()
     {
-        QTemporaryDir other; // a package outside the scanned folder
+        QTemporaryDir other; // a package outside the scanned folder, with a token library of its own
         const QString dir = other.path() + "/single";
         QVERIFY(KdpFixture::writePackage(dir, KdpConfig(), MOCKSKF_PATH, KdpFixture::Link::Copy));
         MockControl m(dir + "/libmockskf.so");
         m.reset();
         addToken(m, "d1", "SN1");
         addToken(m, "d2", "SN2");
+        QVERIFY(!kdp->addPackage("scanned", KdpConfig(), MOCKSKF_PATH).isEmpty());
+        addToken(mock, "s1", "SN-S");
         auto manager = scan();
         QCOMPARE(manager->createKDI(kdp->root() + "/nothing"), nullptr);
-        QCOMPARE(manager->children().size(), 0);
+        QCOMPARE(manager->children().size(), 2); // the scan's pair only
         KeyDriverInfo *info = manager->createKDI(dir);
         QVERIFY(info);
-        QCOMPARE(manager->children().size(), 2);
-        QCOMPARE(manager->count(), 0); // the scan's road doesn't see it
+        QCOMPARE(manager->children().size(), 4);
+        QCOMPARE(manager->count(), 1); // the scan's road doesn't see it
         KeyDriverInfoAgent proxy(info);
         auto *bare = reinterpret_cast<KeyDriverInfoAgent *>(info);
         QCOMPARE(manager->openByKDI(bare, 0), nullptr); // not counted yet
@@ -271,23 +273,29 @@ private slots:
         KeyObject *second = manager->openByKDI(&proxy, 1);
         QVERIFY(first && second && first->getKDI() == info && second->getKDI() == info);
         QCOMPARE(manager->openByKDI(&proxy, 2), nullptr);
+        m.set_present("d2", 0);
+        QCOMPARE(manager->openByKDI(&proxy, 1), nullptr); // a device gone: the driver opens nothing
+        KeyObject *newest = manager->open(0); // newer, and bound to the scan's driver
+        QVERIFY(newest);
         // Only the newest key of the handle goes; the pair goes later.
         QPointer<KeyDriverInfo> watchInfo(info);
         QPointer<QObject> watchPackage(info->getKDP());
         manager->destroyKDI(&proxy);
-        QVERIFY(KeyObject::s_vecKeyObj.contains(first) && !KeyObject::s_vecKeyObj.contains(second));
+        QVERIFY(KeyObject::s_vecKeyObj.contains(first) && KeyObject::s_vecKeyObj.contains(newest));
+        QVERIFY(!KeyObject::s_vecKeyObj.contains(second));
         QVERIFY(watchInfo && watchPackage);
         delete first; // it calls through its driver's table: it goes first
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QVERIFY(!watchInfo && !watchPackage);
-        QCOMPARE(manager->children().size(), 0);
+        QCOMPARE(manager->children().size(), 2);
         KeyDriverInfoAgent empty(nullptr); // a proxy of nothing
         QCOMPARE(manager->countByKDI(&empty), 0);
         manager->destroyKDI(&empty);
         QCOMPARE(manager->openByKDI(&empty, 0), nullptr);
         TW_VERIFY_LOG(core, {"createKDI| start", ">createKDI| KeyDriverPackage", ">createKDI|end. open kdp failed",
-                             ">createKDI| end", "countByKDI| start|3", "countByKDI| total Count:2|2", "openByKDI| end.|2", "destroyKDI| find destroyKDI|1",
-                             "destroyKDI| start|2", "destroyKDI| end|2", "countByKDI| total Count:0|1", "openByKDI| openKey failed.|0"});
+                             ">createKDI| end", "countByKDI| start|3", "countByKDI| total Count:2|2", "countByKDI| end.|3",
+                             "openByKDI| end.|3", "openByKDI| openKey|3", "openByKDI| openKey failed.|1",
+                             "destroyKDI| find destroyKDI|1", "destroyKDI| start|2", "destroyKDI| end|2", "countByKDI| total Count:0|1"});
     }
 
     void teardownDeletesSessionsPackagesAndDrivers()

@@ -30,7 +30,7 @@ KdpConfig native()
     KdpConfig config;
     config.protocol = QStringLiteral("twf");
     config.argument = QStringLiteral("libTWKeyDriver.so");
-    config.modelId = QStringLiteral("MODEL-T");
+    config.extra << qMakePair(QStringLiteral("modelid"), QStringLiteral("MODEL-T"));
     return config;
 }
 

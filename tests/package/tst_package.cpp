@@ -113,7 +113,7 @@ private slots:
             << "p" << true
             << "version=2.0;name=CFCA;protocol=SKF;argument=lib.so;modelId=M1;ap=YWRtaW4=;cfbvp= true;csp=;skfPath=;"
                "kdpFile=0;limit=16;work={ROOT}/p"
-            << QStringList{"KeyDriverPackage| filePath:{ROOT}/p", "load| _workPath:{ROOT}/p",
+            << QStringList{"KeyDriverPackage| filePath:{ROOT}/p", "load| _workPath:{ROOT}/p", ">load| end",
                            "load| _version = 1.1 or 2.0", "open| end", "version| _version: 2.0",
                            "workPath| _workPath: {ROOT}/p", "isKDPFile| isKDPFile: 0", "close| start", ">close| end"}
             << QStringList{"p/config.xml"};
@@ -161,6 +161,8 @@ private slots:
             QTest::newRow(qPrintable(QStringLiteral("xml '%1'").arg(xml)))
                 << QStringList{QStringLiteral("p/config.xml=") + QLatin1String(xml)} << "p" << false << ""
                 << QStringList{"load| errorStr: * ; errorLine: *", ">load|end. xml parser failed."} << QStringList();
+        QTest::newRow("where the xml breaks") << QStringList{"p/config.xml=<driver>\n\n<name>x</driver>"} << "p" << false << ""
+                                              << QStringList{"load| errorStr: tag mismatch ; errorLine: 3 ; errorCol: 16"} << QStringList();
         QTest::newRow("packed, unpacked beside, again over what lies there")
             << QStringList{"pk/fam.v2.kdp!config.xml={CFG}", "pk/fam.v2.kdp!sub/data.bin=payload",
                            "pk/fam.v2/config.xml=<driver version=\"9\"/>"}
@@ -264,7 +266,7 @@ private slots:
         QTest::newRow("other protocol") << v.arg("2.0", "<protocol>p11</protocol>") << "" << false << 1
                                         << QStringList{"!open| no keydriver"};
         QTest::newRow("native without its library") << v.arg("2.0", "<protocol>TWF</protocol>") << "" << false << 1
-                                                     << QStringList{"open| protocol twf", "!open| kdp load fail"};
+                                                     << QStringList{"open| protocol twf", "?*|*{ROOT}/p/libTWKeyDriver*", "!open| kdp load fail"};
         QTest::newRow("package that did not open") << v.arg("3.0", "") << "" << false << 1
                                                    << QStringList{"!open| unknown version, not support"};
         QTest::newRow("empty argument") << v.arg("1.1", "<protocol>skf</protocol>") << "" << false << 1
@@ -290,6 +292,7 @@ private slots:
         {
             KeyDriverInfo info(&kdp);
             QVERIFY(info.isActive() && info.firstIndex() == 0 && info.keyCount() == 0 && info.getKDP() == &kdp);
+            TW_VERIFY_LOG(core, {"KeyDriverInfo| start", ">KeyDriverInfo| end"});
             QTEST(info.open(), "binds");
             QTEST(info.getDriverType(), "type");
             QFETCH(bool, binds);

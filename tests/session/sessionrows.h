@@ -57,6 +57,11 @@ inline QStringList closing(int app, int dev)
     return {QStringLiteral("SKF_CloseApplication(h%1) = *").arg(app), QStringLiteral("SKF_DisConnectDev(h%1) = *").arg(dev)};
 }
 
+inline std::function<void(DeviceData &)> serial(const QString &sn)
+{
+    return [sn](DeviceData &d) { d.serial = sn; };
+}
+
 // A file on the standard token's application.
 inline std::function<void(DeviceData &)> file(const QString &name, const QByteArray &data, quint32 read = 0xFF,
                                               quint32 write = 0xFF)

@@ -82,22 +82,22 @@ void TestSessionPins::pins()
         Row("unblock with the built-in admin PIN").token(builtInAdmin).call("resetUserPin").is("true")
             .calls({kUnblockFirst.left(kUnblockFirst.size() - 1) + "0x00000000"})
             .then("verifyPin", {kDefaultUser, false}, "true"),
-        Row("unblock fails without a package admin PIN").loose().call("resetUserPin").is("false").err(SAR_PIN_INCORRECT)
+        Row("unblock fails without a package admin PIN").open({"resetUserPin"}).call("resetUserPin").is("false").err(SAR_PIN_INCORRECT)
             .calls({kUnblockFirst}).log({errorLine(" SKF_UnblockPIN first failed,ret = %d", SAR_PIN_INCORRECT)}),
         closed("unblock without application").call("resetUserPin").is("false").err(SAR_USER_NOT_LOGGED_IN).calls({})
             .log({"[resetUserPin] end . app is null"}),
-        Row("unblock with an empty admin PIN is a success").loose().call("resetUserPinV1", {"", "11112222"}).is("true")
+        Row("unblock with an empty admin PIN is a success").open({"resetUserPin", "resetUserPinV1"}).call("resetUserPinV1", {"", "11112222"}).is("true")
             .err(SAR_PIN_INCORRECT).calls({kUnblockFirst}).log({" AdminPinLength: 0", " NewUserPinLength: 8"}),
         Row("unblock to the default user PIN").call("resetUserPinV1", {kAdmin, ""}).is("true")
             .calls({R"(SKF_UnblockPIN(h1, "88888888", "482915", ->10) = 0x00000000)"}).log({" SKF_UnblockPIN"}),
         Row("unblock to a given user PIN").call("resetUserPinV1", {kAdmin, "11112222"}).is("true")
             .calls({R"(SKF_UnblockPIN(h1, "88888888", "11112222", ->10) = 0x00000000)"})
             .then("verifyPin", {"11112222", false}, "true"),
-        Row("unblock with a wrong admin PIN").loose().call("resetUserPinV1", {"99999999", ""}).is("false").err(SAR_PIN_INCORRECT)
+        Row("unblock with a wrong admin PIN").open({"resetUserPinV1"}).call("resetUserPinV1", {"99999999", ""}).is("false").err(SAR_PIN_INCORRECT)
             .calls({R"(SKF_UnblockPIN(h1, "99999999", "482915", ->9) = 0x0A000024)"})
             .log({errorLine(" SKF_UnblockPIN failed,pulRetryCount = %d", 9),
                   errorLine(" SKF_UnblockPIN failed,ret = %d", SAR_PIN_INCORRECT)}),
-        Row("unblock on a removed token keeps the session").loose().fault("SKF_UnblockPIN", SAR_DEVICE_REMOVED)
+        Row("unblock on a removed token keeps the session").open({"resetUserPinV1"}).fault("SKF_UnblockPIN", SAR_DEVICE_REMOVED)
             .call("resetUserPinV1", {kAdmin, ""}).is("false").err(SAR_DEVICE_REMOVED).calls({"SKF_UnblockPIN(*"})
             .then("GetPINInfo", {1, 1}, "6"),
         closed("unblock V1 without application").call("resetUserPinV1", {kAdmin, kUser}).is("false")
@@ -117,10 +117,10 @@ void TestSessionPins::pins()
         Row("no such answer").call("GetPINInfo", {1, 2}).is("0").calls({"SKF_GetPINInfo(h1, 1, *"}),
         Row("locked user PIN").token([](DeviceData &d) { d.apps[0].user.remaining = 0; }).call("GetPINInfo", {1, 1})
             .is("0").calls({"SKF_GetPINInfo(h1, 1, ->6, ->0, ->1) = 0x00000000"}),
-        Row("PIN info fails").loose().fault("SKF_GetPINInfo", SAR_FAIL).call("GetPINInfo", {1, 0}).is("0").err(SAR_FAIL)
+        Row("PIN info fails").open({"GetPINInfo"}).fault("SKF_GetPINInfo", SAR_FAIL).call("GetPINInfo", {1, 0}).is("0").err(SAR_FAIL)
             .calls({"SKF_GetPINInfo(h1, 1, ->0, ->0, ->0) = 0x0A000001"})
             .log({errorLine(" SKF_GetPINInfo failed,ret = %d", SAR_FAIL)}).then("GetPINInfo", {1, 0}, "6"),
-        Row("PIN info on a removed token").loose().fault("SKF_GetPINInfo", SAR_DEVICE_REMOVED).call("GetPINInfo", {1, 0})
+        Row("PIN info on a removed token").open({"GetPINInfo"}).fault("SKF_GetPINInfo", SAR_DEVICE_REMOVED).call("GetPINInfo", {1, 0})
             .is("0").err(SAR_DEVICE_REMOVED).calls(QStringList{"SKF_GetPINInfo(h1, *) = 0x0A000023"} + closing(1, 2)),
         closed("PIN info without application").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({})
             .log({"[GetPINInfo] end . app is null"}),
@@ -136,9 +136,9 @@ void TestSessionPins::packageAdminPin()
     suite.run({
         Row("unblock: the package's admin PIN second").call("resetUserPin").is("true")
             .calls({kUnblockFirst, R"(SKF_UnblockPIN(h1, "88888888", "482915", ->10) = 0x00000000)"})
-            .log({errorLine(" SKF_UnblockPIN first failed,ret = %d", SAR_PIN_INCORRECT),
-                  " strDefaultAdminPin: " + *package.ap}),
-        Row("unblock: both admin PINs fail").loose().token(otherAdmin).call("resetUserPin").is("false").err(SAR_PIN_INCORRECT)
+            .log({" SKF_UnblockPIN first", errorLine(" SKF_UnblockPIN first failed,ret = %d", SAR_PIN_INCORRECT),
+                  " strDefaultAdminPin: " + *package.ap, " SKF_UnblockPIN second", "[resetUserPin] end"}),
+        Row("unblock: both admin PINs fail").open({"resetUserPin"}).token(otherAdmin).call("resetUserPin").is("false").err(SAR_PIN_INCORRECT)
             .calls({kUnblockFirst, R"(SKF_UnblockPIN(h1, "88888888", "482915", ->8) = 0x0A000024)"})
             .log({"-*second failed*"}),
         Row("admin PIN moved to the built-in one").call("resetAdminPin").is("true").err(SAR_PIN_INCORRECT)
@@ -175,7 +175,7 @@ void TestSessionPins::format()
                     R"(SKF_DeleteFile(h1, "f1") = 0x00000000)", R"(SKF_DeleteFile(h1, "f2") = 0x00000000)",
                     R"(SKF_VerifyPIN(h1, 0, "QmVR2kdLZTTHpXsa", ->10) = 0x00000000)"})
             .log({" delete file succeed. FileName: f1", " delete file succeed. FileName: f2", "[formatKey] end", "- strDefaultAdminPin: *"}),
-        Row("failed deletions do not count").loose().token([](DeviceData &d) {
+        Row("failed deletions do not count").open({"verifyPinEx", "deleteFile"}).token([](DeviceData &d) {
                 twoFiles(d);
                 adminPin(d, kBuiltIn);
             }).fault("SKF_DeleteFile", SAR_FAIL, 2).call("formatKey").is("true").err(SAR_FAIL)

@@ -35,9 +35,9 @@ struct Variant
         o.package = config;
         o.session = [this](Conformance &suite, const QString &device) -> QObject * {
             if (!driver) {
-                package = std::make_unique<KeyDriverPackage>(suite.host().kdpPath() + QStringLiteral("/traced"));
+                package = std::make_unique<KeyDriverPackage>(suite.packagePath());
                 package->open();
-                driver = std::make_unique<KeyDriverSKF>(package.get(), suite.tracerPath());
+                driver = std::make_unique<KeyDriverSKF>(package.get(), package->workPath() + QStringLiteral("/libskftrace.so"));
                 driver->load();
             }
             QString error;
