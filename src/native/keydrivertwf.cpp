@@ -1,8 +1,10 @@
 #include "keydrivertwf.h"
 
 #include "frame/twlog.h"
-#include "package/keydriverpackage.h"
 #include "keyobjecttwf.h"
+#include "package/keydriverpackage.h"
+
+#define TW_CLEAR_ROW(name, required) p##name = nullptr;
 
 int TWF_LogCallBack(unsigned int, char *text)
 {
@@ -14,9 +16,7 @@ KeyDriverTWF::KeyDriverTWF(KeyDriverPackage *package, QString fileName, QObject 
     : KeyDriver(parent), m_fileName(fileName), m_package(package)
 {
     TW_LOGF("path :%s", qUtf8Printable(fileName));
-#define TW_CLEAR_ROW(name, required) p##name = nullptr;
     TWF_FUNCTION_ROWS(TW_CLEAR_ROW)
-#undef TW_CLEAR_ROW
 }
 
 KeyDriverTWF::~KeyDriverTWF()
@@ -51,9 +51,7 @@ void KeyDriverTWF::unload()
     // and is not told.
     const auto keepConnect = pTWF_IsConnectDev;
     const auto keepSerial = pTWF_GetSerialNumberByDevName;
-#define TW_CLEAR_ROW(name, required) p##name = nullptr;
     TWF_FUNCTION_ROWS(TW_CLEAR_ROW)
-#undef TW_CLEAR_ROW
     pTWF_IsConnectDev = keepConnect;
     pTWF_GetSerialNumberByDevName = keepSerial;
     TW_LOG(QStringLiteral(" end"));

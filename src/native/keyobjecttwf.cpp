@@ -12,22 +12,16 @@ namespace {
 // Larger than any file a token holds.
 const ULONG kMaxRead = 1u << 28;
 
+// Much as the sessions that keep themselves by probing, but for the
+// stricter replacing of a file, and the native words and logs.
 KeySession::Traits nativeTraits()
 {
-    KeySession::Traits traits;
-    traits.verifyPrintsError = false;
-    traits.closeEnds = true;
-    traits.closesContainers = true;
-    traits.enumFilesSizeFailCloses = true;
-    traits.readsFullStore = false;
+    KeySession::Traits traits = KeySession::probingTraits(KeySession::Traits().printTag, " Not Support");
+    traits.looseReplace = false;
     traits.fileProbeWord = " TWF_IsFileExist";
-    traits.replaceLogsSize = true;
-    traits.singleUnblock = true;
-    traits.plainSessionKeyExport = true;
-    traits.sessionKeyExportAppGuard = true;
-    traits.shortContainerGuards = true;
-    traits.enumContainerTellsWhy = true;
-    traits.exportLogsCertificate = true;
+    // The native texts of file replacing, session key export, containers.
+    traits.replaceLogsSize = traits.plainSessionKeyExport = traits.sessionKeyExportAppGuard =
+        traits.shortContainerGuards = traits.enumContainerTellsWhy = traits.exportLogsCertificate = true;
     return traits;
 }
 

@@ -27,7 +27,6 @@ Conformance::Options nativeFace()
 {
     Conformance::Options o;
     o.package.protocol = QStringLiteral("twf");
-    o.package.argument = QStringLiteral("libTWKeyDriver.so");
     o.package.ap = KdpFixture::encodeAdminPin(QString::fromLatin1(kAdmin));
     o.library = QStringLiteral(SOFTTOKEN_NATIVE);
     return o;
