@@ -127,6 +127,7 @@ QList<Row> probing(const char *tag, const char *pinInfoWord)
             .log({"! openApplication failed,DisConnectDev."}),
         Row("close closes").call("close").is("").calls(closing(1, 2)).log({"[close] start", "[closeV1] start", "[close] end"})
             .then("GetPINInfo", {1, 1}, "0"),
+        Row("deleting the session closes it").call("deleteLater").calls(closing(1, 2)).log({"[closeV1] start"}),
         Row("closeContainer gives the handle back").loose().before("openContainer", {"c1"}, "c").call("closeContainer", {ref("c")})
             .calls({"SKF_CloseContainer(h1) = 0x00000000"}).log({" SKF_CloseContainer", " end"}),
         Row("closeContainer(null) leaves the last error").loose().call("closeContainer", {nullHandle()}).calls({})
