@@ -3,7 +3,9 @@
 #include "skferrortext.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -38,14 +40,23 @@ void qtMessage(QtMsgType type, const QMessageLogContext &, const QString &text)
         std::fprintf(stderr, "%s\n", qPrintable(text));
 }
 
+// The folder of the library and its kdp/: beside twkey in the build tree,
+// else the installed one, named from twkey's own folder.
+QString libraryFolder()
+{
+    const QString appDir = QCoreApplication::applicationDirPath();
+    if (QFileInfo::exists(appDir + QStringLiteral("/libTWKey.so")))
+        return appDir;
+    return QDir::cleanPath(appDir + QStringLiteral("/" TWKEY_INSTALLED_LIBDIR));
+}
+
 } // namespace
 
 CliContext::CliContext(const QCommandLineParser &parser, const QStringList &args)
     : m_parser(parser), m_args(args),
       m_capture([this](const QString &line) { m_core.logDebug(QStringLiteral("[stdout] ") + line); })
 {
-    const QString appDir = QCoreApplication::applicationDirPath();
-    m_core.setBinPath(value("bin-path", appDir));
+    m_core.setBinPath(value("bin-path", libraryFolder()));
     m_core.setConfigPath(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
                          + QStringLiteral("/twkey"));
     m_core.setVerbose(has("verbose"));
@@ -85,7 +96,7 @@ int CliContext::loadLibrary()
         warn(QStringLiteral("cannot open the log file %1").arg(value("log")));
         return Usage;
     }
-    const QString lib = value("lib", QCoreApplication::applicationDirPath() + QStringLiteral("/libTWKey.so"));
+    const QString lib = value("lib", libraryFolder() + QStringLiteral("/libTWKey.so"));
     if (!m_host.load(lib)) {
         warn(QStringLiteral("cannot load the library: %1").arg(m_host.errorString()));
         return NoLibrary;

@@ -100,8 +100,9 @@ const Command kCommands[] = {
 const char kGlobalHelp[] =
     "Options for every command:\n"
     "  --bin-path DIR   folder whose kdp/ holds the key driver packages\n"
-    "                   (default: the folder of twkey)\n"
-    "  --lib PATH       the library to load (default: libTWKey.so beside twkey)\n"
+    "                   (default: the library's folder)\n"
+    "  --lib PATH       the library to load (default: libTWKey.so beside twkey,\n"
+    "                   else the installed one)\n"
     "  --log FILE       append the library's log lines to FILE\n"
     "  --verbose        echo the library's log lines on standard error\n"
     "  --json           JSON output where a command has it\n"
