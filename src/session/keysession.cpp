@@ -488,7 +488,7 @@ QStringList KeySession::enumApplication()
 
     ULONG size = 0;
     ULONG ret = m_api->enumApplication(nullptr, &size);
-    SLOG(QStringLiteral(" SKF_EnumApplication 0 ulSize: %1").arg(size));
+    SLOG(QLatin1String(" SKF_EnumApplication 0 ulSize: ") + QString::number(size));
     if (ret != SAR_OK) {
         SKF_FAILED(ret, "SKF_EnumApplication failed.ret = %d", SkfCall::CloseIfRemoved, SkfCall::NoError);
         return QStringList();
@@ -496,7 +496,7 @@ QStringList KeySession::enumApplication()
     QByteArray buffer;
     ret = SAR_MEMORYERR;
     if (allocate(buffer, size, 1)) {
-        SLOG(QStringLiteral(" SKF_EnumApplication 3 ulSize: %1").arg(size));
+        SLOG(QLatin1String(" SKF_EnumApplication 3 ulSize: ") + QString::number(size));
         ret = m_api->enumApplication(buffer.data(), &size);
     }
     if (ret != SAR_OK) {
@@ -739,7 +739,7 @@ bool KeySession::verifyPinEx(QString pinCode, bool isAdmin)
     // no retry.
     const bool badLength = !isAdmin && !userPinLengthOk(pinCode);
     if (badLength)
-        SLOG(QStringLiteral(" pinCode length: %1").arg(pinCode.length()));
+        SLOG(QLatin1String(" pinCode length: ") + QString::number(pinCode.length()));
     if (SKF_REFUSED({badLength, TW_ERR_OLD_PIN_LEN, " end . oldPin len error"}))
         return false;
 
