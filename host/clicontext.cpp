@@ -3,7 +3,9 @@
 #include "skferrortext.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStandardPaths>
 
 #include <cstdio>
@@ -33,6 +35,16 @@ void qtMessage(QtMsgType type, const QMessageLogContext &, const QString &text)
         std::fprintf(stderr, "%s\n", qPrintable(text));
 }
 
+// The folder of the library and its kdp/: beside twkey in the build tree,
+// else the installed one, named from twkey's own folder.
+QString libraryFolder()
+{
+    const QString appDir = QCoreApplication::applicationDirPath();
+    if (QFileInfo::exists(appDir + QStringLiteral("/libTWKey.so")))
+        return appDir;
+    return QDir::cleanPath(appDir + QStringLiteral("/" TWKEY_INSTALLED_LIBDIR));
+}
+
 } // namespace
 
 CliContext::CliContext(CommandLine &line)
@@ -40,8 +52,7 @@ CliContext::CliContext(CommandLine &line)
       m_capture([this](const QString &text) { m_core.logDebug(QStringLiteral("[stdout] ") + text); })
 {
     m_out.setStdout(m_capture.realStdout());
-    const QString appDir = QCoreApplication::applicationDirPath();
-    m_core.setBinPath(value("bin-path", appDir));
+    m_core.setBinPath(value("bin-path", libraryFolder()));
     m_core.setConfigPath(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
                          + QStringLiteral("/twkey"));
     m_core.setVerbose(has("verbose"));
@@ -80,7 +91,7 @@ int CliContext::loadLibrary()
         return Ok;
     if (has("log") && !m_core.setLogFile(value("log")))
         return refuse(QStringLiteral("cannot open the log file %1").arg(value("log")), Usage);
-    const QString lib = value("lib", QCoreApplication::applicationDirPath() + QStringLiteral("/libTWKey.so"));
+    const QString lib = value("lib", libraryFolder() + QStringLiteral("/libTWKey.so"));
     if (!m_host.load(lib))
         return refuse(QStringLiteral("cannot load the library: %1").arg(m_host.errorString()), NoLibrary);
     m_libraryLoaded = true;

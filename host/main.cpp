@@ -35,8 +35,8 @@ const CliProgram kTwkey{
     "standard input or output. With --json every command prints one JSON object, errors included.",
     "bin-path lib log verbose json",
     {
-        {"bin-path", "DIR", "the folder whose kdp/ holds the key driver packages (default: the folder of twkey)"},
-        {"lib", "PATH", "the library to load (default: libTWKey.so beside twkey)"},
+        {"bin-path", "DIR", "the folder whose kdp/ holds the key driver packages (default: the library's folder)"},
+        {"lib", "PATH", "the library to load (default: libTWKey.so beside twkey, else the installed one)"},
         {"log", "FILE", "append the library's log lines to FILE"},
         {"verbose", nullptr, "echo the library's log lines on standard error"},
         {"json", nullptr, "print one JSON object: the results, or the error with its code, name and text"},

@@ -61,11 +61,8 @@ QByteArray objectHeader(const QByteArray &digits, quint64 dataLength)
 // around it allowed.
 qint64 objectNumber(const QByteArray &data, bool *ok)
 {
-    QByteArray field = data.mid(kNumberAt, kNumberRoom);
-    const int nul = field.indexOf('\0');
-    if (nul >= 0)
-        field.truncate(nul);
-    return QString::fromLatin1(field).toLongLong(ok, 16);
+    const QByteArray field = data.mid(kNumberAt, kNumberRoom);
+    return QString::fromLatin1(field.left(field.indexOf('\0'))).toLongLong(ok, 16); // no NUL: left(-1) is all
 }
 
 } // namespace
