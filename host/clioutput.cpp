@@ -52,10 +52,7 @@ void CliOutput::append(const char *key, const QString &text)
 
 void CliOutput::status(const QString &text)
 {
-    if (m_json)
-        append("status", text);
-    else
-        put(stderr, text.toUtf8() + '\n');
+    put(stderr, text.toUtf8() + '\n');
 }
 
 void CliOutput::warn(const QString &text)

@@ -1,7 +1,8 @@
 // Where a command's output goes. Results go to standard output, status
 // and error lines to standard error. With JSON asked for, a run prints one
-// JSON object on standard output instead: the command's fields, "ok", and
-// on a failure "message" with the error's details.
+// JSON object on standard output instead of its results: the command's
+// fields, "ok", warnings, and on a failure "message" with the error's
+// details.
 #ifndef TWHOST_CLIOUTPUT_H
 #define TWHOST_CLIOUTPUT_H
 
@@ -31,7 +32,7 @@ public:
     // One record of a stream: a JSON line, or the text line. A stream that
     // ends well prints no closing object.
     void record(const QJsonObject &object, const QString &text);
-    // A line that tells what was done.
+    // A line that tells what was done, on standard error in either form.
     void status(const QString &text);
     // "program: text" on standard error; kept under "warnings" in JSON.
     void warn(const QString &text);

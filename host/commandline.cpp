@@ -12,6 +12,12 @@ const char kVersion[] = "version";
 const char kHelpMan[] = "help-man";
 const char kCompletion[] = "completion";
 
+// How help and man page show the frame's own options.
+const CliOption kFrameOptions[] = {
+    {"help", nullptr, "tell about the program, or with a command about that command (also -h)"},
+    {"version", nullptr, "print the program's version"},
+};
+
 constexpr int kHelpWidth = 79;
 constexpr int kLabelWidth = 26;
 
@@ -36,6 +42,18 @@ void addFrameOptions(QCommandLineParser &parser)
     parser.addOption(QCommandLineOption(QStringList{QStringLiteral("h"), QLatin1String(kHelp)}));
     for (const char *name : {kVersion, kHelpMan, kCompletion})
         parser.addOption(QCommandLineOption(QLatin1String(name)));
+}
+
+// A parser's failure in words. Unknown options aside, it fails only on a
+// missing value.
+QString parseError(const QCommandLineParser &parser, const QString &command)
+{
+    const QStringList unknown = parser.unknownOptionNames();
+    if (unknown.isEmpty())
+        return QStringLiteral("an option needs a value: %1").arg(parser.errorText());
+    const QString option = (unknown.first().size() == 1 ? QStringLiteral("-") : QStringLiteral("--")) + unknown.first();
+    return command.isEmpty() ? QStringLiteral("unknown option %1").arg(option)
+                             : QStringLiteral("unknown option %1: %2 takes no such option").arg(option, command);
 }
 
 // Text filled to the width, each line after the label's column.
@@ -115,7 +133,7 @@ int CommandLine::parse(const QStringList &arguments)
         m_output.setJson(parsed ? scan.isSet(json) : arguments.contains(QStringLiteral("--") + json));
     }
     if (!parsed)
-        return usage(scan.errorText());
+        return usage(parseError(scan, QString()));
     if (scan.isSet(QLatin1String(kHelpMan)) || scan.isSet(QLatin1String(kCompletion))) {
         m_output.bytes((scan.isSet(QLatin1String(kHelpMan)) ? manPage() : completion()).toUtf8());
         return 0;
@@ -126,7 +144,7 @@ int CommandLine::parse(const QStringList &arguments)
         const QString topic = words.value(1);
         const CliCommand *command = findCommand(topic);
         if (!topic.isEmpty() && !command)
-            return usage(QStringLiteral("no command %1").arg(topic));
+            return usage(QStringLiteral("unknown command %1").arg(topic));
         m_output.bytes(helpText(command).toUtf8());
         return 0;
     }
@@ -136,11 +154,11 @@ int CommandLine::parse(const QStringList &arguments)
     }
     if (name.isEmpty()) {
         std::fputs(qPrintable(helpText(nullptr)), stderr);
-        return 2;
+        return usage(QStringLiteral("no command given"));
     }
     m_command = findCommand(name);
     if (!m_command)
-        return usage(QStringLiteral("no command %1").arg(name));
+        return usage(QStringLiteral("unknown command %1").arg(name));
     if (scan.isSet(QLatin1String(kHelp))) {
         m_output.bytes(helpText(m_command).toUtf8());
         return 0;
@@ -151,11 +169,8 @@ int CommandLine::parse(const QStringList &arguments)
     m_parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     for (const Taken &t : options)
         m_parser.addOption(parserOption(*t.option));
-    if (!m_parser.parse(arguments)) {
-        const QStringList unknown = m_parser.unknownOptionNames();
-        return usage(unknown.isEmpty() ? m_parser.errorText()
-                                       : QStringLiteral("%1 takes no option --%2").arg(name, unknown.first()));
-    }
+    if (!m_parser.parse(arguments))
+        return usage(parseError(m_parser, name));
     m_args = m_parser.positionalArguments();
     m_args.removeFirst();
     return check(options);
@@ -296,6 +311,8 @@ QString CommandLine::helpText(const CliCommand *command) const
     out += QStringLiteral("\nOptions of every command:\n");
     for (const Taken &t : taken(nullptr))
         out += row(optionLabel(*t.option), QString::fromUtf8(t.option->description));
+    for (const CliOption &o : kFrameOptions)
+        out += row(optionLabel(o), QString::fromUtf8(o.description));
     for (const auto &section : m_program.sections)
         out += QStringLiteral("\n%1:\n").arg(QLatin1String(section.first)) + wrapped(QString::fromUtf8(section.second), 0);
     return out + QStringLiteral("\n'%1 help COMMAND' tells more about one command.\n").arg(program);
@@ -313,8 +330,10 @@ QString CommandLine::manPage() const
     for (const CliCommand &c : m_program.commands)
         out += QStringLiteral(".TP\n.B ") + roff(usageParts(&c).join(QLatin1Char(' '))) + roff(QString::fromUtf8(c.description), ".IP");
     out += QStringLiteral(".SH OPTIONS\n");
-    for (const CliOption &o : m_program.options)
-        out += QStringLiteral(".TP\n.B ") + roff(optionLabel(o)) + roff(QString::fromUtf8(o.description), ".IP");
+    const std::vector<CliOption> frame(std::begin(kFrameOptions), std::end(kFrameOptions));
+    for (const auto *list : {&m_program.options, &frame})
+        for (const CliOption &o : *list)
+            out += QStringLiteral(".TP\n.B ") + roff(optionLabel(o)) + roff(QString::fromUtf8(o.description), ".IP");
     for (const auto &section : m_program.sections)
         out += QStringLiteral(".SH %1\n").arg(QString::fromLatin1(section.first).toUpper())
                + roff(QString::fromUtf8(section.second));

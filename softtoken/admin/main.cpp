@@ -22,7 +22,7 @@ bool numberOption(CommandLine &line, const char *name, qint64 low, qint64 high, 
     *value = line.value(name).toLongLong(&ok, 10);
     if (ok && *value >= low && *value <= high)
         return true;
-    *rc = line.usage(QStringLiteral("--%1 takes a number from %2 to %3").arg(QLatin1String(name)).arg(low).arg(high));
+    *rc = line.usage(QStringLiteral("--%1 needs a number from %2 to %3").arg(QLatin1String(name)).arg(low).arg(high));
     return false;
 }
 
