@@ -1,7 +1,6 @@
 #include "commandline.h"
 
 #include <QRegularExpression>
-#include <QSet>
 
 namespace {
 
@@ -100,11 +99,6 @@ QString roff(const QString &text, const char *paragraph = ".PP")
     return lines.join(QLatin1Char('\n') + QLatin1String(paragraph) + QLatin1Char('\n')) + QLatin1Char('\n');
 }
 
-QString completionWords(const QStringList &words)
-{
-    return words.join(QLatin1Char(' '));
-}
-
 } // namespace
 
 CommandLine::CommandLine(const CliProgram &program)
@@ -115,7 +109,9 @@ CommandLine::CommandLine(const CliProgram &program)
 int CommandLine::exec(const QStringList &arguments)
 {
     const int rc = parse(arguments);
-    return rc >= 0 ? rc : m_command->run(*this);
+    if (rc > 0)
+        return m_output.finish(rc);
+    return rc == 0 ? rc : m_command->run(*this);
 }
 
 int CommandLine::parse(const QStringList &arguments)
@@ -354,7 +350,7 @@ QString CommandLine::completion() const
         valued << option;
         if (!choices(o).isEmpty())
             values << QStringLiteral("    %1) COMPREPLY=($(compgen -W \"%2\" -- \"$cur\")); return ;;")
-                          .arg(option, completionWords(choices(o)));
+                          .arg(option, choices(o).join(QLatin1Char(' ')));
         else if (kind == QLatin1String("DIR"))
             values << QStringLiteral("    %1) COMPREPLY=($(compgen -d -- \"$cur\")); return ;;").arg(option);
         else if (kind == QLatin1String("FILE") || kind == QLatin1String("PATH"))
@@ -374,7 +370,7 @@ QString CommandLine::completion() const
             words << it.next().captured();
         if (c.name == QLatin1String(kHelp))
             words << commands;
-        cases << QStringLiteral("    %1) words=\"%2\" ;;").arg(QLatin1String(c.name), completionWords(words));
+        cases << QStringLiteral("    %1) words=\"%2\" ;;").arg(QLatin1String(c.name), words.join(QLatin1Char(' ')));
     }
     QStringList global;
     for (const Taken &t : taken(nullptr))
@@ -391,7 +387,7 @@ QString CommandLine::completion() const
                           "  COMPREPLY=($(compgen -W \"$words\" -- \"$cur\"))\n}\n"
                           "complete -F %2 %1\n")
         .arg(program, function, values.join(QLatin1Char('\n')), valued.join(QLatin1Char('|')),
-             completionWords(commands), completionWords(global), cases.join(QLatin1Char('\n')));
+             commands.join(QLatin1Char(' ')), global.join(QLatin1Char(' ')), cases.join(QLatin1Char('\n')));
 }
 
 bool CommandLine::parseNumber(const QString &text, quint64 *value)

@@ -63,7 +63,7 @@ public:
     // command() is to run; otherwise the exit code of what was done here:
     // help, version, the generated pages, or a usage error.
     int parse(const QStringList &arguments);
-    // parse(), then the command's run().
+    // parse(), then the command's run(); a usage error in JSON as well.
     int exec(const QStringList &arguments);
 
     const CliProgram &program() const { return m_program; }

@@ -81,7 +81,7 @@ private slots:
         row("twkey info 5 --json", "", 4, {"!no key at index 5 (1 key(s) present", "~\"ok\":\\s*false"}); // errors in JSON too
         row("twkey list --json --bin-path {D}/emptybin", "", 0, {"~\"count\":\\s*0"});
         // One parser per command: what it does not take, options given twice, arguments before any input.
-        row("twkey list --bits 5 --sig q", "", 2, {"!unknown option --bits: list takes no such option"});
+        row("twkey list --bits 5 --sig q --json", "", 2, {"!unknown option --bits: list takes no such option", "~\"ok\":\\s*false"});
         row("twkey sign --in {D}/none.bin", "", 2, {"!sign needs --container NAME"});
         row("twkey nosuchcommand", "", 2, {});
         row("twkey files get", "", 2, {});
