@@ -89,4 +89,12 @@ foreach(_script ${_completions})
   twkey_install_completion(${_script} ${_command})
 endforeach()
 
+# The pages and completions twkey and softtoken write at build time from
+# their command tables (host/CMakeLists.txt), in the build tree's share/.
+foreach(_program twkey softtoken)
+  twkey_install_manpage(${CMAKE_BINARY_DIR}/share/man/man1/${_program}.1)
+  add_dependencies(gz_${_program}_1 ${_program}_pages)
+  twkey_install_completion(${CMAKE_BINARY_DIR}/share/bash-completion/completions/${_program} ${_program})
+endforeach()
+
 twkey_install_gzipped(${CMAKE_CURRENT_LIST_DIR}/deb/changelog ${CMAKE_INSTALL_DOCDIR})

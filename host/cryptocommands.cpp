@@ -67,16 +67,6 @@ QByteArray compactSignature(const QByteArray &bytes, bool der)
     return BlobConverter::derToCompact(bytes);
 }
 
-// False after reporting an unknown --format, before any work is done.
-bool formatKnown(CliContext &ctx)
-{
-    CliContext::Encoding encoding;
-    if (ctx.outputEncoding(&encoding))
-        return true;
-    ctx.usage(QStringLiteral("unknown --format"));
-    return false;
-}
-
 struct CipherOptions
 {
     quint64 alg = 0;
@@ -100,7 +90,7 @@ bool cipherOptions(CliContext &ctx, const char *command, const char *keyFile, Ci
     out->cbc = mode == QLatin1String("cbc");
     out->alg = out->cbc ? kSgdSm4Cbc : kSgdSm4Ecb;
     out->padding = pad == QLatin1String("pkcs5") ? 1 : 0;
-    return formatKnown(ctx);
+    return true;
 }
 
 // The 44 bytes of a BLOCKCIPHERPARAM, in the machine's byte order.
@@ -147,8 +137,6 @@ int CryptoCommands::sign(CliContext &ctx)
     const bool noZ = ctx.has("no-z");
     if (!ctx.args().isEmpty() || (raw && ctx.has("compact")))
         return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
-    if (!formatKnown(ctx))
-        return CliContext::Usage;
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
@@ -157,7 +145,9 @@ int CryptoCommands::sign(CliContext &ctx)
     if (!handle)
         return rc;
 
-    const int type = ctx.containerType(handle);
+    const int type = ctx.containerType(handle, &rc);
+    if (type < 0)
+        return rc;
     QByteArray signature;
     ctx.clearError();
     if (type == kContainerSm2) {
@@ -190,7 +180,7 @@ int CryptoCommands::sign(CliContext &ctx)
     } else {
         return ctx.fail(QStringLiteral("the container holds no key pair"));
     }
-    return ctx.writeOutput(signature) ? CliContext::Ok : CliContext::Usage;
+    return ctx.writeOutput(signature, QStringLiteral("signature")) ? CliContext::Ok : CliContext::Usage;
 }
 
 int CryptoCommands::verify(CliContext &ctx)
@@ -199,7 +189,7 @@ int CryptoCommands::verify(CliContext &ctx)
     const bool noZ = ctx.has("no-z");
     if (!ctx.args().isEmpty() || !ctx.has("sig"))
         return ctx.usage(QStringLiteral("verify --container C --sig FILE [--in FILE] [--raw] [--no-z]"));
-    const QString format = ctx.value("format", QStringLiteral("raw"));
+    const QString format = ctx.value("format");
     QByteArray data, sig;
     if (!ctx.readInput(&data) || !ctx.readFile(ctx.value("sig"), &sig))
         return CliContext::Usage;
@@ -207,14 +197,16 @@ int CryptoCommands::verify(CliContext &ctx)
         sig = QByteArray::fromHex(sig.trimmed());
     else if (format == QLatin1String("base64"))
         sig = QByteArray::fromBase64(sig.trimmed());
-    else if (format != QLatin1String("raw") && format != QLatin1String("der"))
-        return ctx.usage(QStringLiteral("unknown --format %1").arg(format));
+    else if (format.isEmpty())
+        sig = BlobConverter::fromText(sig);
 
     int rc = CliContext::Ok;
     Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
     if (!handle)
         return rc;
-    const int type = ctx.containerType(handle);
+    const int type = ctx.containerType(handle, &rc);
+    if (type < 0)
+        return rc;
     bool valid = false;
     if (type == kContainerSm2) {
         const QByteArray compact = compactSignature(sig, format == QLatin1String("der"));
@@ -250,7 +242,7 @@ int CryptoCommands::verify(CliContext &ctx)
     }
     if (!valid)
         return ctx.fail(QStringLiteral("the signature does not verify"));
-    ctx.print(QStringLiteral("signature verified"));
+    ctx.status(QStringLiteral("signature verified"));
     return CliContext::Ok;
 }
 
@@ -269,8 +261,6 @@ int CryptoCommands::digest(CliContext &ctx)
     const bool withKey = ctx.has("container");
     if (withKey && alg != kSgdSm3)
         return ctx.usage(QStringLiteral("--container is for SM3 with the signer's public key"));
-    if (!formatKnown(ctx))
-        return CliContext::Usage;
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
@@ -289,7 +279,7 @@ int CryptoCommands::digest(CliContext &ctx)
     QByteArray value;
     if (!tokenDigest(ctx, alg, pub, id, data, &value, &rc))
         return rc;
-    return ctx.writeOutput(value) ? CliContext::Ok : CliContext::Usage;
+    return ctx.writeOutput(value, QStringLiteral("digest")) ? CliContext::Ok : CliContext::Usage;
 }
 
 int CryptoCommands::encrypt(CliContext &ctx)

@@ -261,9 +261,8 @@ private slots:
         const QByteArray pem = BlobConverter::certificateToPem(cert);
         for (const QByteArray &line : pem.split('\n'))
             QVERIFY(line.size() <= 64 || line.startsWith("-----"));
-        QCOMPARE(BlobConverter::certificateToDer("text before\n" + pem), cert);
-        QCOMPARE(BlobConverter::certificateToDer(cert), cert);
-        QVERIFY(BlobConverter::certificateToDer("-----BEGIN CERTIFICATE-----\nAAAA").isEmpty());
+        for (const QByteArray &notOne : {"text before\n" + pem, cert, QByteArray("-----BEGIN CERTIFICATE-----\nAAAA")})
+            QVERIFY(BlobConverter::certificateToDer(notOne).isEmpty()); // no X.509 certificate, whatever the wrapping
     }
 };
 
