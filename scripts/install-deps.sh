@@ -3,7 +3,7 @@
 # and only those that are missing.
 set -euo pipefail
 pkgs=(make g++ cmake pkg-config qtbase5-dev libqt5xml5 libquazip1-qt5-dev zlib1g-dev
-      libssl-dev openssl libbenchmark-dev zip unzip ca-certificates)
+      libssl-dev openssl libbenchmark-dev zip unzip ca-certificates clang libclang-rt-14-dev)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

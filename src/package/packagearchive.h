@@ -13,9 +13,9 @@ class PackageArchive
 public:
     // What one archive may unpack to: bytes in all, times the archive's
     // own size, entries.
-    static const qint64 kMaxTotal = 64 << 20;
-    static const int kMaxRatio = 100;
-    static const int kMaxEntries = 4096;
+    static constexpr qint64 kMaxTotal = 64 << 20;
+    static constexpr int kMaxRatio = 100;
+    static constexpr int kMaxEntries = 4096;
 
     // Unpacks `archive` into `workPath`; false with the reason in `why`.
     static bool unpack(const QString &archive, const QString &workPath, QString *why);
