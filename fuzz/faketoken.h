@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "package/keydriverpackage.h"
 #include "skf/keydriverskf.h"
 #include "variants/keyobjectlmskf.h"
 
@@ -86,12 +87,26 @@ inline void bind(KeyDriverSKF &d)
     d.pSKF_DeleteFile = deleteFile;
 }
 
-// A session of class S on the fake token, its device and application open
-// as a connect leaves them.
+// The fuzzer's bytes as a token, with a package and a driver bound to it.
+struct Token
+{
+    FuzzedDataProvider input;
+    KeyDriverPackage package{QString()};
+    KeyDriverSKF driver{&package, QString()};
+
+    Token(const uint8_t *data, size_t size) : input(data, size)
+    {
+        in = &input;
+        bind(driver);
+    }
+};
+
+// A session of class S on the token, its device and application open as
+// a connect leaves them.
 template <class S>
 struct Session : S
 {
-    Session(KeyDriverPackage *package, KeyDriverSKF *driver) : S(package, QStringLiteral("fake"), driver)
+    explicit Session(Token &token) : S(&token.package, QStringLiteral("fake"), &token.driver)
     {
         this->dev = this->app = &handle;
     }

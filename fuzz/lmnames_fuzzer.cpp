@@ -2,16 +2,12 @@
 // names as the fuzzer picks them, through listing, reading, writing,
 // creating and deleting.
 #include "faketoken.h"
-#include "package/keydriverpackage.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    FuzzedDataProvider input(data, size);
-    fake::in = &input;
-    KeyDriverPackage package{QString()};
-    KeyDriverSKF driver(&package, QString());
-    fake::bind(driver);
-    fake::Session<KeyObjectLmSKF> session(&package, &driver);
+    fake::Token token(data, size);
+    fake::Session<KeyObjectLmSKF> session(token);
+    FuzzedDataProvider &input = token.input;
     static const char *const names[] = {"1", "2", "10", "999", "1000", "0", "-1", "PUBOBJ0", "kfs_seal_1", "a"};
     while (input.remaining_bytes() > 0) {
         const QString name = input.ConsumeBool() ? QString::fromLatin1(input.PickValueInArray(names))
