@@ -181,7 +181,7 @@ private:
         const Fd out(::openat(at.fd, last.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                               exec ? 0755 : 0644));
         if (out.fd < 0)
-            return fail(QStringLiteral("entry \"%1\" twice").arg(info.name));
+            return fail(QStringLiteral("entry \"%1\" made twice").arg(info.name));
         char buffer[1 << 16];
         for (qint64 n; (n = file.read(buffer, sizeof(buffer))) != 0;) {
             if (n < 0)

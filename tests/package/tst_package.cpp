@@ -167,10 +167,11 @@ private slots:
                 << QStringList{"load| errorStr: * ; errorLine: *", ">load|end. xml parser failed."} << QStringList();
         // Hostile config.xml: refused before the parser, without a wait.
         const QString deep = QString("<a>").repeated(2000) + QString("</a>").repeated(2000);
-        for (const QStringList &c : {QStringList{"p/config.xml=" + QString("<a>").repeated(50000), " config.xml is larger than 16384 bytes"},
-                                     {"p/config.xml->/dev/zero", " config.xml is not a regular file"},
-                                     {"p/config.xml={FIFO}", " config.xml is not a regular file"}})
-            QTest::newRow(qPrintable(c[1])) << QStringList{c[0]} << "p" << false << "" << QStringList{"load|" + c[1], ">load| open failed."} << QStringList();
+        const QString big = " config.xml is larger than 16384 bytes", special = " config.xml is not a regular file";
+        for (const QStringList &c : {QStringList{"50000 levels", "p/config.xml=" + QString("<a>").repeated(50000), big},
+                                     {"40000 attributes", "p/config.xml=<d" + QString(" a%1=''").repeated(40000) + "/>", big},
+                                     {"/dev/zero", "p/config.xml->/dev/zero", special}, {"FIFO", "p/config.xml={FIFO}", special}})
+            QTest::newRow(qPrintable(c[0])) << QStringList{c[1]} << "p" << false << "" << QStringList{"load|" + c[2], ">load| open failed."} << QStringList();
         QTest::newRow("nested deeper than 32") << QStringList{"p/config.xml=" + deep} << "p" << false << ""
             << QStringList{"load| config.xml nests deeper than 32 levels", ">load|end. xml parser failed."} << QStringList();
         QTest::newRow("entities declared") << QStringList{"p/config.xml=<!DOCTYPE d [<!ENTITY e \"<a>\">]><d>&e;</d>"} << "p" << false << ""
