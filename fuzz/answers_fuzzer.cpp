@@ -11,5 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     session.enumApplication();
     session.enumContainer();
     session.enumFiles();
+    // The probing sessions' application list: one string, names between blanks.
+    fake::Session<KeyObjectLmSKF>(token).enumApplication();
     return 0;
 }
