@@ -4,11 +4,13 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 DEB_BUILD  ?= build-deb
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 300
 PREFIX     ?=
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all deps build build-asan demo test test-fast test-asan install deb clean
+.PHONY: all deps build build-asan build-fuzz demo test test-fast test-asan test-fuzz fuzz install deb clean
 
 all: build
 
@@ -27,6 +29,20 @@ $(ASAN_BUILD)/CMakeCache.txt:
 build-asan: deps $(ASAN_BUILD)/CMakeCache.txt
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
+$(FUZZ_BUILD)/CMakeCache.txt:
+	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DTWKEY_FUZZ=ON $(CMAKE_ARGS)
+
+build-fuzz: deps $(FUZZ_BUILD)/CMakeCache.txt
+	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+
+# Each fuzzer for FUZZ_SECONDS; make test gives each about 20 s.
+fuzz: build-fuzz
+	./scripts/fuzz.sh $(FUZZ_BUILD)/bin $(FUZZ_SECONDS)
+
+test-fuzz: build-fuzz
+	./scripts/fuzz.sh $(FUZZ_BUILD)/bin 20
+
 demo: build
 	./scripts/demo.sh $(BUILD)/bin
 
@@ -36,7 +52,7 @@ test-fast: build
 test-asan: build-asan
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
 
-test: test-fast test-asan
+test: test-fast test-asan test-fuzz
 
 install: build
 	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
@@ -57,4 +73,4 @@ deb:
 	lintian --fail-on error --display-info $(DEB_BUILD)/twkey_*.deb
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(DEB_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(DEB_BUILD) $(FUZZ_BUILD)

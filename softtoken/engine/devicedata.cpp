@@ -19,6 +19,12 @@ const quint32 kKeyPairCost = 512;
 
 QString b64(const QByteArray &b) { return QString::fromLatin1(b.toBase64()); }
 QByteArray unb64(const QJsonValue &v) { return QByteArray::fromBase64(v.toString().toLatin1()); }
+// A 32-bit field; a damaged file's number out of range reads as 0.
+quint32 u32(const QJsonValue &v)
+{
+    const double d = v.toDouble();
+    return d >= 0 && d <= 4294967295.0 ? quint32(d) : 0;
+}
 
 QJsonObject pinToJson(const DeviceData::Pin &p)
 {
@@ -215,7 +221,7 @@ bool DeviceData::fromJson(const QByteArray &json, DeviceData *out, QString *erro
     d.issuer = info.value("issuer").toString();
     versionFromJson(info.value("hwVersion"), &d.hwMajor, &d.hwMinor);
     versionFromJson(info.value("firmwareVersion"), &d.fwMajor, &d.fwMinor);
-    d.totalSpace = quint32(info.value("totalSpace").toDouble());
+    d.totalSpace = u32(info.value("totalSpace"));
     d.devAuthKey = unb64(root.value("devAuthKey"));
     for (const QJsonValue &av : root.value("apps").toArray()) {
         const QJsonObject ao = av.toObject();
@@ -223,14 +229,14 @@ bool DeviceData::fromJson(const QByteArray &json, DeviceData *out, QString *erro
         a.name = ao.value("name").toString();
         a.admin = pinFromJson(ao.value("adminPin").toObject());
         a.user = pinFromJson(ao.value("userPin").toObject());
-        a.createFileRights = quint32(ao.value("createFileRights").toDouble());
+        a.createFileRights = u32(ao.value("createFileRights"));
         a.sealData = unb64(ao.value("seal"));
         for (const QJsonValue &fv : ao.value("files").toArray()) {
             const QJsonObject fo = fv.toObject();
             File f;
             f.name = fo.value("name").toString();
-            f.readRights = quint32(fo.value("read").toDouble());
-            f.writeRights = quint32(fo.value("write").toDouble());
+            f.readRights = u32(fo.value("read"));
+            f.writeRights = u32(fo.value("write"));
             f.data = unb64(fo.value("data"));
             a.files.append(f);
         }
@@ -247,7 +253,7 @@ bool DeviceData::fromJson(const QByteArray &json, DeviceData *out, QString *erro
         const QJsonObject keys = ao.value("symmKeys").toObject();
         for (auto it = keys.constBegin(); it != keys.constEnd(); ++it) {
             const QJsonObject ko = it.value().toObject();
-            a.symmKeys.insert(it.key().toUInt(), SymmKey{quint32(ko.value("alg").toDouble()), unb64(ko.value("key"))});
+            a.symmKeys.insert(it.key().toUInt(), SymmKey{u32(ko.value("alg")), unb64(ko.value("key"))});
         }
         d.apps.append(a);
     }

@@ -43,7 +43,10 @@ class DeviceLock
 public:
     explicit DeviceLock(const QString &path)
     {
-        m_fd = ::open(native(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        // Read-only is enough for flock, and works on a read-only store.
+        m_fd = ::open(native(path).constData(), O_RDONLY | O_CLOEXEC);
+        if (m_fd < 0 && errno == ENOENT)
+            m_fd = ::open(native(path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         if (m_fd >= 0) {
             int rc;
             do {
@@ -67,6 +70,15 @@ public:
 private:
     int m_fd = -1;
 };
+
+// Temporary files in a device's folder while its lock is held: every
+// writer holds the lock, so these are what killed writers left.
+void sweepTemporaries(const QString &folder)
+{
+    QDir dir(folder);
+    for (const QString &name : dir.entryList({QStringLiteral("*.tmp.*")}, QDir::Files | QDir::Hidden | QDir::System))
+        dir.remove(name);
+}
 
 } // namespace
 
@@ -222,6 +234,7 @@ bool DeviceStore::lockedWrite(const QString &device, const std::function<bool(QS
             *error = QStringLiteral("no device %1 in %2").arg(device, m_root);
         return false;
     }
+    sweepTemporaries(path(device));
     return work(error);
 }
 
@@ -232,6 +245,7 @@ bool DeviceStore::create(const QString &device, const DeviceData &data, QString 
             *error = QStringLiteral("invalid device name '%1': use letters, digits, '.', '_' and '-'").arg(device);
         return false;
     }
+    const bool madeRoot = !QFileInfo::exists(m_root);
     if (!QDir().mkpath(m_root)) {
         if (error)
             *error = QStringLiteral("cannot create the store %1").arg(m_root);
@@ -246,8 +260,17 @@ bool DeviceStore::create(const QString &device, const DeviceData &data, QString 
         return false;
     }
     DeviceLock lock(path(device, LockFile));
-    return writeAtomically(path(device, DeviceFile), data.toJson(), error)
-           && writeAtomically(path(device, PresentFile), TokenCrypto::random(8).toHex(), error);
+    sweepTemporaries(path(device));
+    if (writeAtomically(path(device, DeviceFile), data.toJson(), error)
+        && writeAtomically(path(device, PresentFile), TokenCrypto::random(8).toHex(), error))
+        return true;
+    // Half a device is none: what was made goes again, the device file first.
+    for (const char *name : {DeviceFile, PresentFile, LockFile})
+        ::unlink(native(path(device, name)).constData());
+    ::rmdir(native(path(device)).constData());
+    if (madeRoot)
+        ::rmdir(native(m_root).constData());
+    return false;
 }
 
 bool DeviceStore::update(const QString &device, const std::function<bool(DeviceData &)> &change, QString *error)

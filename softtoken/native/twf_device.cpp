@@ -156,7 +156,7 @@ TWF_EXPORT ULONG TWF_FormatKey(DEVHANDLE hDev, LPSTR szUnblockPin, LPSTR szNewAd
     const QByteArray decoded = QByteArray::fromBase64(QByteArray::fromBase64(admin));
     rv = call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
         const QByteArray &given = a.admin.matches(unblock) ? unblock : a.admin.matches(admin) ? admin : decoded;
-        const ULONG r = SkfCall::checkPin(a.admin, given, nullptr, persist);
+        const ULONG r = call.checkPin(app, true, a.admin, given, nullptr, persist);
         if (r != SAR_OK)
             return r;
         a.files.clear();

@@ -63,7 +63,7 @@ SKF_EXPORT ULONG SKF_ChangePIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR
         return SAR_PIN_LEN_RANGE;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
         DeviceData::Pin &pin = ulPINType == ADMIN_TYPE ? a.admin : a.user;
-        const ULONG r = SkfCall::checkPin(pin, oldPin, pulRetryCount, persist);
+        const ULONG r = call.checkPin(app, ulPINType == ADMIN_TYPE, pin, oldPin, pulRetryCount, persist);
         if (r != SAR_OK)
             return r;
         pin.set(newPin);
@@ -90,7 +90,7 @@ SKF_EXPORT ULONG SKF_GetPINInfo(HAPPLICATION hApplication, ULONG ulPINType, ULON
         return rv;
     const DeviceData::Pin &pin = ulPINType == ADMIN_TYPE ? a->admin : a->user;
     *pulMaxRetryCount = ULONG(pin.maxRetries);
-    *pulRemainRetryCount = ULONG(pin.remaining);
+    *pulRemainRetryCount = ULONG(SkfCall::remaining(app, ulPINType == ADMIN_TYPE, pin));
     *pbDefaultPin = pin.isDefault ? TRUE : FALSE;
     return SAR_OK;
 }
@@ -108,8 +108,13 @@ SKF_EXPORT ULONG SKF_VerifyPIN(HAPPLICATION hApplication, ULONG ulPINType, LPSTR
     if ((rv = SkfCall::pinArg(szPIN, &pin)) != SAR_OK)
         return rv;
     rv = call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
-        return SkfCall::checkPin(ulPINType == ADMIN_TYPE ? a.admin : a.user, pin, pulRetryCount, persist);
+        const bool admin = ulPINType == ADMIN_TYPE;
+        return call.checkPin(app, admin, admin ? a.admin : a.user, pin, pulRetryCount, persist);
     });
+    // A right PIN logs in even when its counter can't be restored on disk
+    // (a read-only store): the counter stays on the safe side.
+    if (rv == SAR_WRITEFILEERR && call.pinPassed())
+        rv = SAR_OK;
     if (rv == SAR_OK)
         app->connection()->logIn(app->name(), ulPINType == ADMIN_TYPE);
     else if (rv == SAR_PIN_INCORRECT || rv == SAR_PIN_LOCKED)
@@ -132,7 +137,7 @@ SKF_EXPORT ULONG SKF_UnblockPIN(HAPPLICATION hApplication, LPSTR szAdminPIN, LPS
     if (!SkfCall::pinLengthOk(newPin))
         return SAR_PIN_LEN_RANGE;
     return call.modifyApp(app, [&](DeviceData::App &a, DeviceData &, bool &persist) -> ULONG {
-        const ULONG r = SkfCall::checkPin(a.admin, adminPin, pulRetryCount, persist);
+        const ULONG r = call.checkPin(app, true, a.admin, adminPin, pulRetryCount, persist);
         if (r != SAR_OK)
             return r;
         a.user.set(newPin);

@@ -11,6 +11,7 @@
 #include <QFileInfo>
 
 #include <dlfcn.h>
+#include <map>
 #include <string.h>
 
 namespace {
@@ -57,6 +58,20 @@ QString storeBesideLibrary()
         return line.isEmpty() ? QString() : QDir::cleanPath(dir.absoluteFilePath(line));
     }();
     return root;
+}
+
+// Wrong PIN tries not yet stored, by store, device, application and PIN.
+std::map<QString, int> &owedTries()
+{
+    static std::map<QString, int> *owed = new std::map<QString, int>;
+    return *owed;
+}
+
+QString pinKey(AppObject *app, bool admin)
+{
+    Connection *c = app->connection();
+    return c->store().root() + QLatin1Char('\n') + c->device() + QLatin1Char('\n') + app->name()
+           + QLatin1String(admin ? "\na" : "\nu");
 }
 
 template <class T>
@@ -239,11 +254,20 @@ ULONG SkfCall::modify(Connection *connection, const std::function<ULONG(DeviceDa
 {
     ULONG result = SAR_OK;
     QString error;
+    m_pin.checked = false;
     const bool written = connection->store().update(connection->device(), [&](DeviceData &d) {
         bool persist = true;
         result = change(d, persist);
         return persist;
     }, &error);
+    if (m_pin.checked && (written || !error.isEmpty())) {
+        // A wrong try stays owed until stored; while anything is owed the
+        // PIN is refused, the right one too.
+        int &owed = owedTries()[m_pin.key];
+        owed = written ? 0 : m_pin.owed + int(m_pin.counted);
+        if (!written && !m_pin.right)
+            return result;
+    }
     if (!written && error.isEmpty())
         return result; // change() chose not to write
     if (!written)
@@ -372,23 +396,36 @@ bool SkfCall::pinLengthOk(const QByteArray &pin)
     return pin.size() >= kPinMin && pin.size() <= kPinMax;
 }
 
-ULONG SkfCall::checkPin(DeviceData::Pin &pin, const QByteArray &given, ULONG *retry, bool &persist)
+int SkfCall::remaining(AppObject *app, bool admin, const DeviceData::Pin &pin)
 {
-    persist = false;
+    const auto owed = owedTries().find(pinKey(app, admin));
+    return qMax(0, pin.remaining - (owed == owedTries().end() ? 0 : owed->second));
+}
+
+ULONG SkfCall::checkPin(AppObject *app, bool admin, DeviceData::Pin &pin, const QByteArray &given, ULONG *retry,
+                        bool &persist)
+{
+    m_pin.key = pinKey(app, admin);
+    m_pin.owed = owedTries()[m_pin.key];
+    m_pin.checked = true;
+    m_pin.right = m_pin.counted = false;
+    persist = m_pin.owed > 0;
+    pin.remaining = qMax(0, pin.remaining - m_pin.owed);
     if (pin.remaining <= 0) {
         if (retry)
             *retry = 0;
         return SAR_PIN_LOCKED;
     }
     if (pin.matches(given)) {
-        persist = pin.remaining != pin.maxRetries;
+        m_pin.right = true;
+        persist = persist || pin.remaining != pin.maxRetries;
         pin.remaining = pin.maxRetries;
         if (retry)
             *retry = ULONG(pin.remaining);
         return SAR_OK;
     }
     --pin.remaining;
-    persist = true;
+    persist = m_pin.counted = true;
     if (retry)
         *retry = ULONG(pin.remaining);
     return pin.remaining == 0 ? SAR_PIN_LOCKED : SAR_PIN_INCORRECT;

@@ -100,9 +100,17 @@ public:
     // A PIN argument of at most 256 bytes; new PINs must be 6 to 16 bytes.
     static ULONG pinArg(LPSTR pin, QByteArray *out);
     static bool pinLengthOk(const QByteArray &pin);
-    // Checks a PIN against its record, counting a wrong try down; persist
-    // tells whether the record changed.
-    static ULONG checkPin(DeviceData::Pin &pin, const QByteArray &given, ULONG *retry, bool &persist);
+    // Checks the application's PIN against its record, counting a wrong try
+    // down; persist tells whether the record changed. A wrong try whose
+    // count-down the store refuses is owed, in this process: the PIN stays
+    // refused until modify() can store it.
+    ULONG checkPin(AppObject *app, bool admin, DeviceData::Pin &pin, const QByteArray &given, ULONG *retry,
+                   bool &persist);
+    // The last checkPin passed, with nothing owed: what only restores its
+    // counter may go unstored.
+    bool pinPassed() const { return m_pin.checked && m_pin.right && m_pin.owed == 0; }
+    // Tries left, less those owed.
+    static int remaining(AppObject *app, bool admin, const DeviceData::Pin &pin);
 
 private:
     ULONG checkDevice(Connection *connection);
@@ -112,6 +120,12 @@ private:
     std::vector<DeviceCache::SnapshotPtr> m_held;
     const char *m_function;
     qint32 m_sizeDelta = 0;
+    struct PinTry
+    {
+        QString key;
+        int owed = 0;
+        bool checked = false, right = false, counted = false;
+    } m_pin;
     SkfCall *m_outer;
 };
 

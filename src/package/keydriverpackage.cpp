@@ -7,12 +7,14 @@
 #include <QFileInfo>
 #include <QSettings>
 
-#include <quazip/JlCompress.h>
-#include <quazip/quazip.h>
-#include <quazip/quazipfile.h>
-#include <quazip/quazipfileinfo.h>
+#include <algorithm>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "frame/twlog.h"
+#include "packagearchive.h"
 
 namespace {
 
@@ -25,74 +27,74 @@ QString childText(const QDomElement &root, const char *name)
     return root.firstChildElement(QLatin1String(name)).text();
 }
 
-bool isInside(const QString &root, const QString &path)
+// config.xml of a real package is a few hundred bytes, two levels deep;
+// the parser's time grows with the square of an element's attributes.
+const qint64 kMaxConfig = 16 * 1024;
+const int kMaxDepth = 32;
+
+// The whole of a regular file of at most kMaxConfig bytes. Opened without
+// blocking, so a FIFO or a device is refused, not waited on or read on.
+QString readConfig(const QString &path, QByteArray *content)
 {
-    const QString clean = QDir::cleanPath(path);
-    return clean == root || clean.startsWith(root + QLatin1Char('/'));
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return QStringLiteral("cannot be opened");
+    struct stat st;
+    QString why;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))
+        why = QStringLiteral("is not a regular file");
+    content->resize(int(kMaxConfig) + 1);
+    qint64 got = 0;
+    for (ssize_t n = 1; why.isEmpty() && n > 0 && got < content->size(); got += n > 0 ? n : 0)
+        n = ::read(fd, content->data() + got, size_t(content->size() - got));
+    ::close(fd);
+    content->truncate(int(got));
+    if (why.isEmpty() && got > kMaxConfig)
+        why = QStringLiteral("is larger than %1 bytes").arg(kMaxConfig);
+    return why;
 }
 
-// Where a write to `path` really lands, as far as the disk decides it
-// already: the real path of the nearest existing part, with the rest of
-// the name on top. A link that points nowhere yet counts by its target;
-// a chain of such links this long, or a loop, lands nowhere (empty).
-QString landingPath(const QString &path, int depth = 0)
+// How deep the elements nest, judged on the bytes before the parser, which
+// recurses per level, sees them; -1 for an internal DTD subset, whose
+// entities could expand to markup. Counts no lower than the parser would
+// up to the parser's first error.
+int depth(const QByteArray &xml)
 {
-    if (depth > 8)
-        return QString();
-    QString existing = QDir::cleanPath(path);
-    QString rest;
-    while (!existing.isEmpty()) {
-        const QFileInfo info(existing);
-        if (info.isSymLink() && !info.exists()) {
-            const QString landing = landingPath(info.symLinkTarget(), depth + 1);
-            return landing.isEmpty() ? landing : QDir::cleanPath(landing + rest);
-        }
-        if (info.exists())
-            return QDir::cleanPath(info.canonicalFilePath() + rest);
-        const int slash = existing.lastIndexOf(QLatin1Char('/'));
-        if (slash < 0)
-            break;
-        rest.prepend(existing.mid(slash));
-        existing.truncate(slash);
-        if (existing.isEmpty())
-            existing = QStringLiteral("/");
-    }
-    return QDir::cleanPath(path);
-}
-
-// An archive is unpacked only when every entry, every link target it
-// carries and every link already lying in the work path keeps the writes
-// inside the work path. An archive that can't be read is not unpacked
-// either: nothing is written then, and the missing config.xml reports it.
-bool safeToUnpack(const QString &archive, const QString &target)
-{
-    QuaZip zip(archive);
-    if (!zip.open(QuaZip::mdUnzip))
-        return false;
-    const QString root = QDir::cleanPath(QDir(target).absolutePath());
-    const QString realRoot = landingPath(root);
-    if (realRoot.isEmpty())
-        return false;
-    for (bool more = zip.goToFirstFile(); more; more = zip.goToNextFile()) {
-        QuaZipFileInfo64 info;
-        if (!zip.getCurrentFileInfo(&info))
-            return false;
-        if (info.name.isEmpty() || QDir::isAbsolutePath(info.name))
-            return false;
-        const QString destination = root + QLatin1Char('/') + info.name;
-        if (!isInside(root, destination) || !isInside(realRoot, landingPath(destination)))
-            return false;
-        if (info.isSymbolicLink()) {
-            QuaZipFile entry(&zip);
-            if (!entry.open(QIODevice::ReadOnly))
-                return false;
-            const QString link = QFile::decodeName(entry.readAll());
-            entry.close();
-            if (QDir::isAbsolutePath(link) || !isInside(root, QFileInfo(destination).path() + QLatin1Char('/') + link))
-                return false;
+    const char *p = xml.constData(), *const end = p + xml.size();
+    const auto skipPast = [&](const char *mark) {
+        const char *const stop = mark + qstrlen(mark);
+        p = std::search(p, end, mark, stop);
+        p = p == end ? end : p + (stop - mark);
+    };
+    int level = 0, deepest = 0;
+    while ((p = std::find(p, end, '<')) != end && ++p != end) {
+        if (*p == '/') {
+            --level;
+            skipPast(">");
+        } else if (*p == '?') {
+            skipPast("?>");
+        } else if (end - p >= 3 && !qstrncmp(p, "!--", 3)) {
+            skipPast("-->");
+        } else if (end - p >= 8 && !qstrncmp(p, "![CDATA[", 8)) {
+            skipPast("]]>");
+        } else if (*p == '!') {
+            const char *const close = std::find(p, end, '>');
+            if (std::find(p, close, '[') != close)
+                return -1;
+            p = close;
+        } else {
+            char quote = 0;
+            const char *q = p;
+            for (; q != end && (quote || *q != '>'); ++q)
+                quote = quote ? (*q == quote ? 0 : quote) : (*q == '"' || *q == '\'' ? *q : 0);
+            if (q == end)
+                break;
+            if (q[-1] != '/')
+                deepest = qMax(deepest, ++level);
+            p = q + 1;
         }
     }
-    return zip.getZipError() == UNZ_OK;
+    return deepest;
 }
 
 } // namespace
@@ -129,8 +131,9 @@ bool KeyDriverPackage::open()
         // unpacked folder doesn't pass it and the archive is unpacked again
         // over whatever lies there.
         const bool unpacked = QDir(_workPath + QLatin1String(kConfigName)).exists() && QFileInfo(_configPath).exists();
-        if (!unpacked && safeToUnpack(_kdpPath, _workPath))
-            JlCompress::extractDir(_kdpPath, _workPath);
+        QString why;
+        if (!unpacked && !PackageArchive::unpack(_kdpPath, _workPath, &why))
+            TW_LOG(QStringLiteral(" unpack refused: %1").arg(why));
     } else {
         TW_LOG(QStringLiteral(" end. unknow format"));
         return false;
@@ -149,13 +152,20 @@ bool KeyDriverPackage::open()
 bool KeyDriverPackage::load()
 {
     TW_LOGF(" _workPath:%s", qUtf8Printable(_workPath));
-    QFile file(_workPath + QLatin1String(kConfigName));
-    if (!file.open(QIODevice::ReadOnly)) {
+    QByteArray content;
+    const QString why = readConfig(_workPath + QLatin1String(kConfigName), &content);
+    if (!why.isEmpty()) {
+        TW_LOG(QStringLiteral(" config.xml %1").arg(why));
         TW_LOG(QStringLiteral(" open failed."));
         return false;
     }
-    const QByteArray content = file.readAll();
-    file.close();
+    const int levels = depth(content);
+    if (levels < 0 || levels > kMaxDepth) {
+        TW_LOG(levels < 0 ? QStringLiteral(" config.xml declares entities")
+                          : QStringLiteral(" config.xml nests deeper than %1 levels").arg(kMaxDepth));
+        TW_LOG(QStringLiteral("end. xml parser failed."));
+        return false;
+    }
 
     QDomDocument document;
     QString errorStr;
@@ -283,6 +293,12 @@ int KeyDriverPackage::GetLimitSize(int defaultSize) const
 
 bool KeyDriverPackage::getSKFPath(QString iniPath, QString &out)
 {
+    // Anything but a small regular file reads as a missing one.
+    const QFileInfo ini(iniPath);
+    if (ini.exists() && (!ini.isFile() || ini.size() > kMaxConfig)) {
+        out.clear();
+        return false;
+    }
     QSettings settings(iniPath, QSettings::IniFormat);
     const QString skfCode = settings.value(QStringLiteral("KeyType/SKFKEYCODE")).toString();
     if (!skfCode.isEmpty()) {

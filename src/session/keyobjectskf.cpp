@@ -8,6 +8,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "skf/keydriverskf.h"
 #include "skftokenapi.h"
 
@@ -17,7 +21,20 @@ namespace {
 // process has connected since.
 const char kDeviceStateFile[] = "/tmp/tw_device";
 // The most of the device-state file read: it holds a serial number.
-const long kMaxStateFile = 1L << 28;
+const int kMaxStateFile = 4096;
+
+// The device-state file, never through a link and never waiting on a FIFO;
+// anything but a regular file counts as no file (-1).
+int openStateFile(int flags)
+{
+    const int fd = ::open(kDeviceStateFile, flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+    struct stat st;
+    if (fd >= 0 && (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
 // A session this young is taken as good without asking the token.
 const quint32 kFreshMsecs = 800;
 
@@ -182,15 +199,17 @@ QStringList KeyObjectSKF::enumApplication()
 bool KeyObjectSKF::SaveKeySn()
 {
     SLOG(" start");
-    FILE *file = std::fopen(kDeviceStateFile, "w+");
-    if (!file) {
+    const int fd = openStateFile(O_WRONLY | O_CREAT);
+    if (fd < 0) {
         SLOG(" end");
         return true;
     }
     const QString serial = limitedSerial();
     const QByteArray bytes = serial.toLocal8Bit();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), file);
-    std::fclose(file);
+    // A write that fails is let be: the next check sees a change.
+    [[maybe_unused]] const bool written =
+        ::ftruncate(fd, 0) == 0 && ::write(fd, bytes.constData(), size_t(bytes.size())) == ssize_t(bytes.size());
+    ::close(fd);
     SLOG(" end");
     return true;
 }
@@ -199,22 +218,16 @@ bool KeyObjectSKF::GetKeyStatus()
 {
     SLOG(" start");
     // A missing or empty file counts as a change.
-    FILE *file = std::fopen(kDeviceStateFile, "rt");
-    if (!file) {
-        SLOG(" end");
-        return true;
-    }
-    std::fseek(file, 0, SEEK_END);
-    const long size = std::ftell(file);
-    if (size <= 0) {
-        std::fclose(file);
-        SLOG(" end");
-        return true;
-    }
-    std::fseek(file, 0, SEEK_SET);
+    const int fd = openStateFile(O_RDONLY);
     // The value is a serial number; a file past the bound is read only so far.
-    QByteArray content(int(qMin<long>(size, kMaxStateFile)), '\0');
-    const size_t got = std::fread(content.data(), 1, size_t(content.size()), file);
+    QByteArray content(kMaxStateFile, '\0');
+    const ssize_t got = fd < 0 ? 0 : ::read(fd, content.data(), size_t(content.size()));
+    if (got <= 0) {
+        if (fd >= 0)
+            ::close(fd);
+        SLOG(" end");
+        return true;
+    }
     content.truncate(int(got));
     const int nul = content.indexOf('\0');
     if (nul >= 0)
@@ -223,7 +236,7 @@ bool KeyObjectSKF::GetKeyStatus()
 
     SLOGF_ERROR(" tw_device,value = %s ", content.constData());
     std::printf("%s\n", content.constData());
-    std::fclose(file);
+    ::close(fd);
 
     if (value == m_keyStatus) {
         SLOG_ERROR("key statue is not change ");

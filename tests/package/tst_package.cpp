@@ -3,6 +3,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/stat.h>
+
 #include <quazip/quazip.h>
 #include <quazip/quazipfile.h>
 #include <quazip/quazipnewinfo.h>
@@ -24,7 +26,8 @@ bool make(const QString &root, const QStringList &files)
 {
     QMap<QString, QList<QStringList>> zips;
     for (QString f : files) {
-        f.replace(QStringLiteral("{CFG}"), kConfig).replace(QStringLiteral("{ROOT}"), root);
+        f.replace(QStringLiteral("{CFG}"), kConfig).replace(QStringLiteral("{ROOT}"), root)
+            .replace(QStringLiteral("{1MB}"), QString(1 << 20, QLatin1Char('0')));
         const int arrow = f.indexOf(QStringLiteral("->")), eq = f.indexOf(QLatin1Char('='));
         const bool link = arrow > 0 && (eq < 0 || arrow < eq);
         const int cut = link ? arrow : eq;
@@ -37,7 +40,8 @@ bool make(const QString &root, const QStringList &files)
         const QString path = root + QLatin1Char('/') + kv.at(0);
         QDir().mkpath(QFileInfo(path).path());
         QFile file(path);
-        if (link ? !QFile::link(kv.at(1), path)
+        if (kv.value(1) == QLatin1String("{FIFO}") ? ::mkfifo(QFile::encodeName(path).constData(), 0600) != 0
+            : link ? !QFile::link(kv.at(1), path)
                  : kv.size() < 2 ? !QDir().mkpath(path)
                                  : !file.open(QIODevice::WriteOnly) || file.write(kv.at(1).toLatin1()) < 0)
             return false;
@@ -161,6 +165,17 @@ private slots:
             QTest::newRow(qPrintable(QStringLiteral("xml '%1'").arg(xml)))
                 << QStringList{QStringLiteral("p/config.xml=") + QLatin1String(xml)} << "p" << false << ""
                 << QStringList{"load| errorStr: * ; errorLine: *", ">load|end. xml parser failed."} << QStringList();
+        // Hostile config.xml: refused before the parser, without a wait.
+        const QString deep = QString("<a>").repeated(2000) + QString("</a>").repeated(2000);
+        const QString big = " config.xml is larger than 16384 bytes", special = " config.xml is not a regular file";
+        for (const QStringList &c : {QStringList{"50000 levels", "p/config.xml=" + QString("<a>").repeated(50000), big},
+                                     {"40000 attributes", "p/config.xml=<d" + QString(" a%1=''").repeated(40000) + "/>", big},
+                                     {"/dev/zero", "p/config.xml->/dev/zero", special}, {"FIFO", "p/config.xml={FIFO}", special}})
+            QTest::newRow(qPrintable(c[0])) << QStringList{c[1]} << "p" << false << "" << QStringList{"load|" + c[2], ">load| open failed."} << QStringList();
+        QTest::newRow("nested deeper than 32") << QStringList{"p/config.xml=" + deep} << "p" << false << ""
+            << QStringList{"load| config.xml nests deeper than 32 levels", ">load|end. xml parser failed."} << QStringList();
+        QTest::newRow("entities declared") << QStringList{"p/config.xml=<!DOCTYPE d [<!ENTITY e \"<a>\">]><d>&e;</d>"} << "p" << false << ""
+            << QStringList{"load| config.xml declares entities"} << QStringList();
         QTest::newRow("where the xml breaks") << QStringList{"p/config.xml=<driver>\n\n<name>x</driver>"} << "p" << false << ""
                                               << QStringList{"load| errorStr: tag mismatch ; errorLine: 3 ; errorCol: 16"} << QStringList();
         QTest::newRow("packed, unpacked beside, again over what lies there")
@@ -172,7 +187,8 @@ private slots:
                                                << "" << QStringList{"open| end. configPath invalidate"}
                                                << QStringList{"nested/inner/config.xml"};
         QTest::newRow("not a zip") << QStringList{"fake.kdp=PK\x03\x04 but nothing else"} << "fake.kdp" << false << ""
-                                   << QStringList{"open| end. configPath invalidate"} << QStringList{"!fake/config.xml"};
+                                   << QStringList{"open| unpack refused: not a zip archive", "open| end. configPath invalidate"}
+                                   << QStringList{"!fake"};
         QTest::newRow("entries escaping by name")
             << QStringList{"pkgs/slip.kdp!config.xml={CFG}", "pkgs/slip.kdp!../../escaped.txt=out",
                            "pkgs/slip.kdp!ok/../../escaped2.txt=out"}
@@ -187,11 +203,24 @@ private slots:
         QTest::newRow("work folder holding a link out")
             << QStringList{"elsewhere/lib.so=original", "pk/fam/libtoken.so->{ROOT}/elsewhere/lib.so",
                            "pk/fam.kdp!config.xml={CFG}", "pk/fam.kdp!libtoken.so=replaced"}
-            << "pk/fam.kdp" << false << "" << QStringList() << QStringList{"elsewhere/lib.so=original"};
+            << "pk/fam.kdp" << true << "" << QStringList() << QStringList{"elsewhere/lib.so=original", "pk/fam/libtoken.so=replaced"};
+        QTest::newRow("a link to . and ../.. under it")
+            << QStringList{"pk/sib/config.xml=mine", "pk/dot.kdp!config.xml={CFG}", "pk/dot.kdp!a->.", "pk/dot.kdp!a/a/b->../..",
+                           "pk/dot.kdp!a/a/b/pk/sib/config.xml=planted", "pk/dot.kdp!a/a/b/above.txt=planted"}
+            << "pk/dot.kdp" << false << "" << QStringList{"open| unpack refused: entry \"a/a/b\" goes through a link or a file"}
+            << QStringList{"pk/sib/config.xml=mine", "!above.txt", "!pk/dot"};
+        QTest::newRow("unpacks to 100 times its size") << QStringList{"big.kdp!config.xml={CFG}", "big.kdp!zeros={1MB}"} << "big.kdp" << false << ""
+            << QStringList{"open| unpack refused: unpacks to more than its limit"} << QStringList{"!big"};
+        QTest::newRow("a file where the work folder has a folder")
+            << QStringList{"pk/x/lib/keep", "pk/x.kdp!config.xml={CFG}", "pk/x.kdp!lib=file"} << "pk/x.kdp" << false << ""
+            << QStringList{"open| unpack refused: a file of the archive stands where the work folder has a folder"}
+            << QStringList{"pk/x/lib/keep", "!pk/x/config.xml"};
         QTest::newRow("link inside the archive")
             << QStringList{"inner.kdp!config.xml={CFG}", "inner.kdp!lib/libtoken.so.1=bytes",
                            "inner.kdp!libtoken.so->lib/libtoken.so.1"}
-            << "inner.kdp" << true << "" << QStringList() << QStringList();
+            << "inner.kdp" << true << "" << QStringList() << QStringList{"inner/libtoken.so=bytes"};
+        QTest::newRow("link leading out after all") << QStringList{"out.kdp!config.xml={CFG}", "out.kdp!a->.", "out.kdp!b->a/.."}
+            << "out.kdp" << false << "" << QStringList{"open| unpack refused: link \"b\" leads out"} << QStringList{"!out"};
     }
     void package()
     {
@@ -205,6 +234,7 @@ private slots:
         for (const QString &f : fields.split(QLatin1Char(';'), Qt::SkipEmptyParts))
             QCOMPARE(f.section('=', 0, 0) + '=' + field(kdp, f.section('=', 0, 0)), QString(f).replace("{ROOT}", root));
         kdp.close();
+        QVERIFY(!QDirIterator(root, {"*.unpack.*"}, QDir::AllEntries | QDir::Hidden, QDirIterator::Subdirectories).hasNext());
         QFETCH(QStringList, log);
         TW_VERIFY_LOG(core, expand(log));
         for (QString a : after) {
@@ -273,6 +303,10 @@ private slots:
                                         << QStringList{"open| protocol skf", "!open| kdp load fail"};
         QTest::newRow("missing library") << v.arg("2.0", "<protocol>Skf</protocol><argument>none.so</argument>") << ""
                                          << false << 1 << QStringList{"!load|end. error msg *", ">!open| kdp load fail"};
+        for (const char *lib : {"cut", "fifo"}) // the loader must not map or wait on these
+            QTest::newRow(lib) << v.arg("2.0", "<protocol>SKF</protocol><argument>lib.so</argument>") << lib << false << 1
+                               << QStringList{QStringLiteral("!load|end. error msg {ROOT}/p/lib.so: %1")
+                                                  .arg(lib[0] == 'c' ? "a segment beyond the end of the file" : "not a regular file")};
         QTest::newRow("not a shared object") << v.arg("2.0", "<protocol>SKF</protocol><argument>lib.so</argument>")
                                              << "text" << false << 1
                                              << QStringList{"!load|end. error msg *", ">!open| kdp load fail"};
@@ -284,6 +318,11 @@ private slots:
         QVERIFY(make(root, {"p/config.xml=" + config, "p/TW_KeyCode.ini=[KeyType]\nSKFKEYCODE=libskf.so\n"}));
         if (library == "mock")
             QVERIFY(QFile::link(QStringLiteral(SKFTRACE_PATH), root + QStringLiteral("/p/lib.so")));
+        QFile cut(QStringLiteral(SKFTRACE_PATH)), to(root + QStringLiteral("/p/lib.so"));
+        if (library == "cut")
+            QVERIFY(cut.open(QIODevice::ReadOnly) && to.open(QIODevice::WriteOnly) && to.write(cut.read(1 << 16)) > 0); // into the code
+        if (library == "fifo")
+            QVERIFY(make(root, {"p/lib.so={FIFO}"}));
         if (library == "text")
             QVERIFY(make(root, {"p/lib.so=\x7f" "ELF but not really"}));
         KeyDriverPackage kdp(root + QStringLiteral("/p"));

@@ -7,6 +7,14 @@
 #include "isolatedtest.h"
 #include "sessionrows.h"
 #include "session/keyobjectskf.h"
+#include "devicestore.h"
+#include "twdeviceguard.h"
+
+#include <QTemporaryDir>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -34,6 +42,7 @@ private slots:
     void words();
     void withoutSeal();
     void withoutDriver();
+    void deviceFile();
 };
 
 void TestSession::openAndClose()
@@ -255,6 +264,33 @@ void TestSession::withoutDriver()
         Row("nor ready").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({}),
         Row("no driver information").call("getDriverType").is("0").then("getDriverPath", {}, "\"\""),
     });
+}
+
+// A device-state file that is no small plain file, at a new session's open:
+// a FIFO is not waited on, a link's target is not written, a huge file is
+// not read whole.
+void TestSession::deviceFile()
+{
+    Conformance suite;
+    QTemporaryDir dir;
+    const QByteArray path = TwDeviceGuard::kPath, target = QFile::encodeName(dir.path() + "/target");
+    const std::unique_ptr<const char, void (*)(const char *)> gone(path, [](const char *p) { ::unlink(p); });
+    for (const QString kind : {"fifo", "link", "huge"}) {
+        ::unlink(path);
+        QFile file(kind == "link" ? target : path);
+        QVERIFY(kind == "fifo" ? !::mkfifo(path, 0600)
+                               : file.open(QIODevice::WriteOnly) && file.write("keep") == 4 && file.resize(kind == "huge" ? 300 << 20 : 4));
+        QVERIFY(kind != "link" || !::symlink(target, path));
+        DeviceData token = suite.standardToken();
+        token.serial = "SN-" + kind;
+        rusage before, after;
+        ::getrusage(RUSAGE_SELF, &before);
+        QVERIFY(DeviceStore(suite.storePath()).create(kind, token, nullptr) && suite.openThroughManager(kind));
+        ::getrusage(RUSAGE_SELF, &after);
+        QFile back(target);
+        QVERIFY(kind != "link" || (QFileInfo(path).isSymLink() && back.open(QIODevice::ReadOnly) && back.readAll() == "keep"));
+        QVERIFY2(after.ru_maxrss - before.ru_maxrss < 64 << 10, qPrintable(kind));
+    }
 }
 
 TW_TEST_MAIN_ISOLATED(TestSession)

@@ -6,6 +6,10 @@
 #include <QtTest>
 
 #include <future>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -47,14 +51,18 @@ struct Run
     QByteArray out, err;
 };
 
-Run admin(const QStringList &args, const QString &store = QString())
+// The program, after the shell lines given (ulimit, trap).
+Run admin(const QStringList &args, const QString &store = QString(), const QString &shell = QString())
 {
     QProcess p;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     if (!store.isEmpty())
         env.insert("SOFTTOKEN_STORE", store);
     p.setProcessEnvironment(env);
-    p.start(QStringLiteral(SOFTTOKEN_ADMIN), args);
+    if (shell.isEmpty())
+        p.start(QStringLiteral(SOFTTOKEN_ADMIN), args);
+    else
+        p.start("sh", QStringList{"-c", shell + "; exec \"$0\" \"$@\"", SOFTTOKEN_ADMIN} + args);
     Run r;
     if (p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit)
         r = {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
@@ -64,6 +72,56 @@ Run admin(const QStringList &args, const QString &store = QString())
 QJsonObject show(const QString &store, const QString &device)
 {
     return QJsonDocument::fromJson(admin({"--store", store, "show", device}).out).object();
+}
+
+// No file of this process may grow: a full disk as the store sees it.
+bool diskFull(bool full)
+{
+    rlimit r;
+    ::signal(SIGXFSZ, full ? SIG_IGN : SIG_DFL); // children inherit it
+    getrlimit(RLIMIT_FSIZE, &r);
+    r.rlim_cur = full ? 0 : r.rlim_max;
+    return setrlimit(RLIMIT_FSIZE, &r) == 0;
+}
+
+// The folder read-only for this process alone, in a mount namespace of its
+// own; false where the system gives none.
+bool readOnly(const QString &dir, bool on)
+{
+    static const bool own = [] {
+        if (unshare(CLONE_NEWNS) != 0) { // not root: root of a user namespace
+            const QByteArray uid = QByteArray::number(getuid()), gid = QByteArray::number(getgid());
+            const QByteArray maps[][2] = {{"setgroups", "deny"}, {"uid_map", "0 " + uid + " 1"}, {"gid_map", "0 " + gid + " 1"}};
+            if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+                return false;
+            for (const auto &m : maps) {
+                QFile f("/proc/self/" + m[0]);
+                if (!f.open(QIODevice::WriteOnly) || f.write(m[1]) < 0)
+                    return false;
+            }
+        }
+        return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    }();
+    const QByteArray d = QFile::encodeName(dir);
+    return own && (on ? !mount(d, d, nullptr, MS_BIND, nullptr) && !mount(nullptr, d, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr)
+                      : !umount2(d, MNT_DETACH));
+}
+
+QString tries(TokenSteps &s, int wrong)
+{
+    Out o;
+    ULONG max, left;
+    BOOL isDefault;
+    for (int k = 0; k < wrong; ++k)
+        o << SKF_VerifyPIN(s.app, USER_TYPE, const_cast<char *>("00000000"), &s.n);
+    o << ' ' << SKF_VerifyPIN(s.app, USER_TYPE, const_cast<char *>(TokenFixture::UserPin), &s.n) << ' '
+      << SKF_GetPINInfo(s.app, USER_TYPE, &max, &left, &isDefault);
+    return o << QString::number(left);
+}
+
+QStringList temporaries(const QString &folder)
+{
+    return QDir(folder).entryList({"*.tmp.*"}, QDir::Files | QDir::Hidden);
 }
 
 } // namespace
@@ -115,6 +173,53 @@ private slots:
              return Out() << rv(SKF_EnumFiles(s.app, nullptr, &s.n)) << QString::number(s.fx.engine().deviceExists("tok") || QFileInfo::exists(s.fx.store() + "/tok")) << rv(SKF_DisConnectDev(s.dev)));
     }
     void presenceAndFaults() { TOKEN_STEPS_RUN(steps); }
+
+    // A full disk: wrong PINs still count, in memory until stored, and the
+    // right one is refused while any is owed. Killed and failing writers.
+    void brokenStore_data()
+    {
+        steps.reset(); // the last table's store first gives the environment back
+        steps = std::make_unique<TokenSteps>();
+        QTest::addColumn<TokenStep>("step");
+        QTest::addColumn<QString>("shows");
+        const QString wrong = rv(SAR_PIN_INCORRECT), locked = rv(SAR_PIN_LOCKED);
+        STEP("1", return QString::number(s.fx.addDevice("tok", {"c:sm2"}) && (s.dev = s.fx.connect("tok")) && (s.app = s.fx.openApp(s.dev))));
+        STEP(wrong.repeated(5) + locked.repeated(15) + ' ' + locked + " 00", diskFull(true); return tries(s, 20));
+        STEP(" " + locked + " 00 0", diskFull(false); SoftTokenEngine::PinState p; const QString shown = tries(s, 0);
+             s.fx.engine().pinState("tok", false, &p); return shown + ' ' + QString::number(p.remaining));
+        STEP("0" + wrong + ' ' + rv(SAR_WRITEFILEERR) + " 05", s.n = SKF_UnblockPIN(s.app, const_cast<char *>(TokenFixture::AdminPin), const_cast<char *>(TokenFixture::UserPin), &s.m);
+             diskFull(true); return Out() << s.n << tries(s, 1));
+        STEP(" 0 06", diskFull(false); return tries(s, 0));
+        STEP("1 1 0 0", const Run init = admin({"--store", s.fx.store(), "init", "half"}, QString(), "trap '' XFSZ; ulimit -f 0");
+             const Run killed = admin({"--store", s.fx.store(), "init", "killed"}, QString(), "ulimit -f 0");
+             return Out() << QString::number(init.code) << ' ' << QString::number(!QFileInfo::exists(s.fx.store() + "/half") && killed.code == -1)
+                          << ' ' << QString::number(admin({"--store", s.fx.store(), "init", "killed"}).code) << ' ' << QString::number(temporaries(s.fx.store() + "/killed").size()));
+        STEP("1 0", const QString folder = s.fx.store() + "/tok";
+             admin({"--store", s.fx.store(), "fault", "tok", "SKF_GenRandom", "0x1"}, QString(), "ulimit -f 0");
+             const bool left = temporaries(folder).size() == 1;
+             return Out() << QString::number(left && !admin({"--store", s.fx.store(), "clear-faults", "tok"}).code) << ' ' << QString::number(temporaries(folder).size()));
+    }
+    void brokenStore() { TOKEN_STEPS_RUN(steps); }
+
+    // Login and signing need no write; what must be written says so.
+    void readOnlyStore()
+    {
+        TokenFixture fx;
+        DEVHANDLE dev;
+        HAPPLICATION app;
+        ECCSIGNATUREBLOB sig;
+        BYTE digest[32] = {1};
+        QVERIFY(fx.addDevice("ro", {"c:sm2"}));
+        if (!readOnly(fx.store(), true))
+            QSKIP("no mount namespace of its own here");
+        const HCONTAINER c = fx.ready("ro", "c", &dev, &app);
+        QVERIFY(c && SKF_ECCSignData(c, digest, 32, &sig) == SAR_OK);
+        TokenSteps s{};
+        s.app = app;
+        QCOMPARE(tries(s, 1), rv(SAR_PIN_INCORRECT) + ' ' + rv(SAR_WRITEFILEERR) + " 05");
+        QVERIFY(readOnly(fx.store(), false));
+        QCOMPARE(tries(s, 0), " 0 06");
+    }
 
     void waitReportsArrivalsAndRemovals()
     {
