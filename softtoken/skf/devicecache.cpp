@@ -4,6 +4,8 @@
 #include "devicestore.h"
 #include "tokencrypto.h"
 
+#include <QFile>
+
 DeviceCache &DeviceCache::instance()
 {
     static DeviceCache *cache = new DeviceCache;
@@ -35,36 +37,88 @@ EVP_PKEY *DeviceCache::Snapshot::privateKey(const QString &app, const QString &c
     return key;
 }
 
+quint64 DeviceCache::epoch(const QString &root)
+{
+    Generation &g = m_generations[root];
+    if (g.call == m_call && g.epoch)
+        return g.epoch;
+    g.call = m_call;
+    // Writers grow the file after writing, under the device's lock: an
+    // unchanged file means unchanged devices.
+    const FileStamp now = FileStamp::of(QFile::encodeName(DeviceStore(root).generationPath()).toStdString());
+    if (!now.sameAs(g.stamp) || !g.epoch)
+        g.epoch = ++m_lastEpoch;
+    g.stamp = now;
+    return g.epoch;
+}
+
+const DeviceCache::Listing &DeviceCache::listing(const DeviceStore &store)
+{
+    Listing &l = m_listings[store.root()];
+    const quint64 now = epoch(store.root());
+    if (l.epoch != now) {
+        l.all = store.deviceNames();
+        l.present.clear();
+        l.isPresent.clear();
+        for (const QString &d : l.all) {
+            const bool in = store.isPresent(d);
+            l.isPresent.insert(d, in);
+            if (in)
+                l.present.append(d);
+        }
+        l.epoch = now;
+    }
+    return l;
+}
+
 DeviceCache::SnapshotPtr DeviceCache::snapshot(Connection *connection)
 {
-    Entry &e = m_entries[connection->dataPath()];
-    const FileStamp now = FileStamp::of(connection->dataPath());
+    return snapshot(connection->store(), connection->device(), connection->dataPath());
+}
+
+DeviceCache::SnapshotPtr DeviceCache::snapshot(const DeviceStore &store, const QString &device)
+{
+    return snapshot(store, device, QFile::encodeName(store.path(device, DeviceStore::DeviceFile)).toStdString());
+}
+
+DeviceCache::SnapshotPtr DeviceCache::snapshot(const DeviceStore &store, const QString &device, const std::string &path)
+{
+    Entry &e = m_entries[path];
+    const quint64 epoch = this->epoch(store.root());
+    if (e.snapshot && e.epoch == epoch)
+        return e.snapshot;
+    const FileStamp now = FileStamp::of(path);
+    e.epoch = 0;
     if (!now.exists()) {
         e.snapshot.reset();
         return nullptr;
     }
-    if (e.snapshot && now.unchangedSince(e.stamp))
-        return e.snapshot;
-    auto fresh = std::make_shared<Snapshot>();
-    e.stamp = now;
-    if (connection->store().load(connection->device(), &fresh->data, nullptr))
-        e.snapshot = fresh;
-    else
-        e.snapshot.reset();
+    if (!e.snapshot || !now.unchangedSince(e.stamp)) {
+        auto fresh = std::make_shared<Snapshot>();
+        e.stamp = now;
+        if (store.load(device, &fresh->data, nullptr))
+            e.snapshot = fresh;
+        else
+            e.snapshot.reset();
+    }
+    if (e.snapshot)
+        e.epoch = epoch;
     return e.snapshot;
 }
 
 bool DeviceCache::takeFault(DeviceStore &store, const QString &device, const std::string &faultPath,
                             const char *function, FaultPlan::Entry *fault)
 {
-    const FileStamp now = FileStamp::of(faultPath);
-    if (!now.exists())
-        return false;
     Entry &e = m_entries[faultPath];
-    if (!now.unchangedSince(e.faultStamp)) {
-        if (!store.loadFaults(device, &e.faults))
+    const quint64 epoch = this->epoch(store.root());
+    if (e.faultEpoch != epoch) {
+        const FileStamp now = FileStamp::of(faultPath);
+        if (!now.exists())
+            e.faults = FaultPlan();
+        else if (!now.unchangedSince(e.faultStamp) && !store.loadFaults(device, &e.faults))
             e.faults = FaultPlan();
         e.faultStamp = now;
+        e.faultEpoch = epoch;
     }
     if (!e.faults.mentions(function))
         return false;
@@ -76,5 +130,6 @@ bool DeviceCache::takeFault(DeviceStore &store, const QString &device, const std
         return taken || counted;
     }, nullptr);
     e.faultStamp = FileStamp();
+    e.faultEpoch = 0;
     return taken;
 }
