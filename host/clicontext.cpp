@@ -49,6 +49,8 @@ CliContext::CliContext(const QCommandLineParser &parser, const QStringList &args
     m_core.setConfigPath(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
                          + QStringLiteral("/twkey"));
     m_core.setVerbose(has("verbose"));
+    // Lines nobody reads would pile up over a long batch.
+    m_core.setDiscard(!has("log") && !has("verbose"));
     s_messageCore = &m_core;
     qInstallMessageHandler(qtMessage);
 }
@@ -164,8 +166,13 @@ uint CliContext::lastError()
 
 int CliContext::fail(const QString &what)
 {
-    warn(what);
     const uint code = lastError();
+    if (m_collecting) {
+        m_report.code = code;
+        warn(what);
+        return Failed;
+    }
+    warn(what);
     if (code)
         std::fprintf(stderr, "%s\n", qPrintable(SkfErrorText::line(code)));
     else
@@ -176,13 +183,30 @@ int CliContext::fail(const QString &what)
 int CliContext::usage(const QString &message)
 {
     warn(message);
-    std::fprintf(stderr, "Try 'twkey help' or 'twkey help COMMAND'.\n");
+    if (!m_collecting)
+        std::fprintf(stderr, "Try 'twkey help' or 'twkey help COMMAND'.\n");
     return Usage;
 }
 
 void CliContext::warn(const QString &message)
 {
-    std::fprintf(stderr, "twkey: %s\n", qPrintable(message));
+    if (!m_collecting)
+        std::fprintf(stderr, "twkey: %s\n", qPrintable(message));
+    else if (m_report.message.isEmpty())
+        m_report.message = message;
+}
+
+void CliContext::collectReports(bool on)
+{
+    m_collecting = on;
+    m_report = Report();
+}
+
+CliContext::Report CliContext::takeReport()
+{
+    const Report report = m_report;
+    m_report = Report();
+    return report;
 }
 
 PinReader *CliContext::pins()
@@ -369,13 +393,18 @@ bool CliContext::writeOutput(const QByteArray &bytes)
     return writeBytes(bytes, encoding);
 }
 
+QByteArray CliContext::encode(const QByteArray &bytes, Encoding encoding)
+{
+    if (encoding == Encoding::Hex)
+        return bytes.toHex() + '\n';
+    if (encoding == Encoding::Base64)
+        return bytes.toBase64() + '\n';
+    return bytes;
+}
+
 bool CliContext::writeBytes(const QByteArray &bytes, Encoding encoding)
 {
-    QByteArray out = bytes;
-    if (encoding == Encoding::Hex)
-        out = bytes.toHex() + '\n';
-    else if (encoding == Encoding::Base64)
-        out = bytes.toBase64() + '\n';
+    const QByteArray out = encode(bytes, encoding);
     if (has("out"))
         return writeFile(value("out"), out);
     writeStd(m_capture.realStdout(), out);

@@ -86,6 +86,17 @@ public:
     // Prints "twkey: <message>" without an error code.
     void warn(const QString &message);
 
+    // While collecting, fail(), usage() and warn() keep their first message
+    // and the last error for takeReport() instead of printing: what one input
+    // of a batch reports.
+    struct Report
+    {
+        QString message;
+        uint code = 0;
+    };
+    void collectReports(bool on);
+    Report takeReport();
+
     // PINs as PinReader gives them; a new PIN comes from --new-pin first.
     bool readPin(const QString &prompt, QString *pin);
     bool readNewPin(const QString &prompt, QString *pin);
@@ -113,6 +124,7 @@ public:
     // --format, raw into a file and hex on standard output.
     bool writeOutput(const QByteArray &bytes);
     bool writeBytes(const QByteArray &bytes, Encoding encoding);
+    static QByteArray encode(const QByteArray &bytes, Encoding encoding);
     bool writeFile(const QString &path, const QByteArray &bytes);
     // --format as an encoding; false on an unknown value.
     bool outputEncoding(Encoding *encoding) const;
@@ -137,6 +149,8 @@ private:
     int m_keyIndex = -1;
     std::unique_ptr<PinReader> m_pins;
     bool m_libraryLoaded = false;
+    bool m_collecting = false;
+    Report m_report;
 };
 
 #endif

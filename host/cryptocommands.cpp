@@ -1,5 +1,6 @@
 #include "cryptocommands.h"
 
+#include "batchrun.h"
 #include "blobconverter.h"
 #include "clicontext.h"
 
@@ -139,85 +140,64 @@ bool runCipher(CliContext &ctx, Qt::HANDLE hKey, bool encrypting, const QByteArr
     return true;
 }
 
-} // namespace
-
-int CryptoCommands::sign(CliContext &ctx)
+// The container's signature of data in the form sign writes; empty after
+// a report, with the exit code in *rc.
+QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const QByteArray &data, int *rc)
 {
     const bool raw = ctx.has("raw");
-    const bool noZ = ctx.has("no-z");
-    if (!ctx.args().isEmpty() || (raw && ctx.has("compact")))
-        return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
-    if (!formatKnown(ctx))
-        return CliContext::Usage;
-    QByteArray data;
-    if (!ctx.readInput(&data))
-        return CliContext::Usage;
-    int rc = CliContext::Ok;
-    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::User, false, &rc);
-    if (!handle)
-        return rc;
-
-    const int type = ctx.containerType(handle);
     QByteArray signature;
+    *rc = CliContext::Failed;
     ctx.clearError();
-    if (type == kContainerSm2) {
-        if (raw) {
-            if (!ctx.call(ctx.key(), "eccSignData", signature, handle, data))
-                return CliContext::Failed;
-            if (signature.size() != BlobConverter::kEccSignatureBlobSize)
-                return ctx.fail(QStringLiteral("the key did not sign"));
-            if (isDer(ctx))
-                signature = BlobConverter::compactToDer(BlobConverter::signatureBlobToCompact(signature));
-        } else {
-            const bool withZ = !noZ;
-            if (!ctx.call(ctx.key(), "eccSimpleSign", signature, handle, data, withZ))
-                return CliContext::Failed;
-            // A refused signature comes back shorter than 64 bytes.
-            if (signature.size() != BlobConverter::kCompactSignatureSize)
-                return ctx.fail(QStringLiteral("the key did not sign"));
-            if (isDer(ctx))
-                signature = BlobConverter::compactToDer(signature);
-        }
-    } else if (type == kContainerRsa) {
-        if (isDer(ctx) || noZ)
-            return ctx.usage(QStringLiteral("--format der and --no-z are for SM2 signatures"));
+    if (type == kContainerRsa) {
         // The token signs what it is given: PKCS#1 needs the DigestInfo here.
         const QByteArray input = raw ? data : BlobConverter::sha256DigestInfo(data);
         if (!ctx.call(ctx.key(), "rsaSignData", signature, handle, input))
-            return CliContext::Failed;
-        if (signature.isEmpty())
-            return ctx.fail(QStringLiteral("the key did not sign"));
+            return QByteArray();
+    } else if (raw) {
+        if (!ctx.call(ctx.key(), "eccSignData", signature, handle, data))
+            return QByteArray();
+        if (signature.size() != BlobConverter::kEccSignatureBlobSize)
+            signature.clear();
+        else if (isDer(ctx))
+            signature = BlobConverter::compactToDer(BlobConverter::signatureBlobToCompact(signature));
     } else {
-        return ctx.fail(QStringLiteral("the container holds no key pair"));
+        const bool withZ = !ctx.has("no-z");
+        if (!ctx.call(ctx.key(), "eccSimpleSign", signature, handle, data, withZ))
+            return QByteArray();
+        // A refused signature comes back shorter than 64 bytes.
+        if (signature.size() != BlobConverter::kCompactSignatureSize)
+            signature.clear();
+        else if (isDer(ctx))
+            signature = BlobConverter::compactToDer(signature);
     }
-    return ctx.writeOutput(signature) ? CliContext::Ok : CliContext::Usage;
+    if (signature.isEmpty()) {
+        *rc = ctx.fail(QStringLiteral("the key did not sign"));
+        return QByteArray();
+    }
+    *rc = CliContext::Ok;
+    return signature;
 }
 
-int CryptoCommands::verify(CliContext &ctx)
+// A signature file's bytes as --format says they are written.
+QByteArray decodedSignature(const QByteArray &bytes, const QString &format)
+{
+    if (format == QLatin1String("hex"))
+        return QByteArray::fromHex(bytes.trimmed());
+    if (format == QLatin1String("base64"))
+        return QByteArray::fromBase64(bytes.trimmed());
+    return bytes;
+}
+
+// Checks sig over data with the container's signing key, in the form the
+// options name. Ok, or the exit code after a report.
+int checkSignature(CliContext &ctx, Qt::HANDLE handle, int type, const QByteArray &data, const QByteArray &sig)
 {
     const bool raw = ctx.has("raw");
     const bool noZ = ctx.has("no-z");
-    if (!ctx.args().isEmpty() || !ctx.has("sig"))
-        return ctx.usage(QStringLiteral("verify --container C --sig FILE [--in FILE] [--raw] [--no-z]"));
-    const QString format = ctx.value("format", QStringLiteral("raw"));
-    QByteArray data, sig;
-    if (!ctx.readInput(&data) || !ctx.readFile(ctx.value("sig"), &sig))
-        return CliContext::Usage;
-    if (format == QLatin1String("hex"))
-        sig = QByteArray::fromHex(sig.trimmed());
-    else if (format == QLatin1String("base64"))
-        sig = QByteArray::fromBase64(sig.trimmed());
-    else if (format != QLatin1String("raw") && format != QLatin1String("der"))
-        return ctx.usage(QStringLiteral("unknown --format %1").arg(format));
-
-    int rc = CliContext::Ok;
-    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
-    if (!handle)
-        return rc;
-    const int type = ctx.containerType(handle);
     bool valid = false;
+    int rc = CliContext::Ok;
     if (type == kContainerSm2) {
-        const QByteArray compact = compactSignature(sig, format == QLatin1String("der"));
+        const QByteArray compact = compactSignature(sig, isDer(ctx));
         if (compact.isEmpty())
             return ctx.usage(QStringLiteral("the signature file holds no SM2 signature"));
         if (raw || noZ) {
@@ -237,7 +217,7 @@ int CryptoCommands::verify(CliContext &ctx)
             if (!ctx.call(ctx.key(), "eccSimpleVerify", valid, handle, data, compact, withZ))
                 return CliContext::Failed;
         }
-    } else if (type == kContainerRsa) {
+    } else {
         QByteArray pub;
         if (!ctx.publicKey(handle, true, &pub, &rc))
             return rc;
@@ -245,13 +225,96 @@ int CryptoCommands::verify(CliContext &ctx)
         ctx.clearError();
         if (!ctx.call(ctx.key(), "rsaVerify", valid, pub, input, sig))
             return CliContext::Failed;
-    } else {
-        return ctx.fail(QStringLiteral("the container holds no key pair"));
     }
-    if (!valid)
-        return ctx.fail(QStringLiteral("the signature does not verify"));
-    ctx.print(QStringLiteral("signature verified"));
-    return CliContext::Ok;
+    return valid ? int(CliContext::Ok) : ctx.fail(QStringLiteral("the signature does not verify"));
+}
+
+} // namespace
+
+int CryptoCommands::sign(CliContext &ctx)
+{
+    const bool noZ = ctx.has("no-z");
+    const bool batch = BatchRun::wanted(ctx);
+    if (ctx.has("raw") && ctx.has("compact"))
+        return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
+    if (!formatKnown(ctx))
+        return CliContext::Usage;
+    BatchRun run(ctx, BatchRun::Mode::Sign);
+    QByteArray data;
+    int rc = batch ? run.prepare() : CliContext::Ok;
+    if (rc != CliContext::Ok)
+        return rc;
+    if (!batch && !ctx.readInput(&data))
+        return CliContext::Usage;
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::User, false, &rc);
+    if (!handle)
+        return rc;
+    const int type = ctx.containerType(handle);
+    ctx.clearError();
+    if (type == kContainerRsa && (isDer(ctx) || noZ))
+        return ctx.usage(QStringLiteral("--format der and --no-z are for SM2 signatures"));
+    if (type != kContainerRsa && type != kContainerSm2)
+        return ctx.fail(QStringLiteral("the container holds no key pair"));
+    if (!batch) {
+        const QByteArray signature = signData(ctx, handle, type, data, &rc);
+        return signature.isEmpty() ? rc : ctx.writeOutput(signature) ? CliContext::Ok : CliContext::Usage;
+    }
+    // Signature files are raw unless --format says otherwise.
+    CliContext::Encoding encoding = CliContext::Encoding::Raw;
+    if (ctx.has("format"))
+        ctx.outputEncoding(&encoding);
+    return run.run([&](const QString &input, const QString &signatureFile) {
+        QByteArray message;
+        if (!ctx.readFile(input, &message))
+            return int(CliContext::Usage);
+        int result = CliContext::Ok;
+        const QByteArray signature = signData(ctx, handle, type, message, &result);
+        if (signature.isEmpty())
+            return result;
+        return ctx.writeFile(signatureFile, CliContext::encode(signature, encoding)) ? int(CliContext::Ok)
+                                                                                      : int(CliContext::Usage);
+    });
+}
+
+int CryptoCommands::verify(CliContext &ctx)
+{
+    const bool batch = BatchRun::wanted(ctx);
+    if (!batch && !ctx.has("sig"))
+        return ctx.usage(QStringLiteral("verify --container C --sig FILE [--in FILE] [--raw] [--no-z]"));
+    const QString format = ctx.value("format", QStringLiteral("raw"));
+    const bool formatOk = format == QLatin1String("raw") || format == QLatin1String("der")
+                          || format == QLatin1String("hex") || format == QLatin1String("base64");
+    BatchRun run(ctx, BatchRun::Mode::Verify);
+    QByteArray data, sig;
+    int rc = CliContext::Ok;
+    if (batch) {
+        rc = formatOk ? run.prepare() : CliContext::Ok;
+        if (rc != CliContext::Ok)
+            return rc;
+    } else if (!ctx.readInput(&data) || !ctx.readFile(ctx.value("sig"), &sig)) {
+        return CliContext::Usage;
+    }
+    if (!formatOk)
+        return ctx.usage(QStringLiteral("unknown --format %1").arg(format));
+
+    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
+    if (!handle)
+        return rc;
+    const int type = ctx.containerType(handle);
+    if (type != kContainerRsa && type != kContainerSm2)
+        return ctx.fail(QStringLiteral("the container holds no key pair"));
+    if (!batch) {
+        rc = checkSignature(ctx, handle, type, data, decodedSignature(sig, format));
+        if (rc == CliContext::Ok)
+            ctx.print(QStringLiteral("signature verified"));
+        return rc;
+    }
+    return run.run([&](const QString &input, const QString &signatureFile) {
+        QByteArray message, bytes;
+        if (!ctx.readFile(input, &message) || !ctx.readFile(signatureFile, &bytes))
+            return int(CliContext::Usage);
+        return checkSignature(ctx, handle, type, message, decodedSignature(bytes, format));
+    });
 }
 
 int CryptoCommands::digest(CliContext &ctx)

@@ -69,18 +69,26 @@ const Command kCommands[] = {
      "Export the signing public key (--enc: the encryption one) as the token's\n"
      "blob, or with --pem as a SubjectPublicKeyInfo PEM (SM2 keys on the SM2\n"
      "curve, readable by openssl)."},
-    {"sign", CryptoCommands::sign, "sign --container C [--in F] [--raw|--compact] [--no-z] [--out F] [--format F]",
+    {"sign", CryptoCommands::sign,
+     "sign --container C [--in F | FILE... | --list F] [--raw|--compact] [--no-z] [--out F | --out-dir D] [--format F]",
      "Sign the input (default: standard input). SM2: the token hashes with SM3\n"
      "over the public key and the id 1234567812345678 and gives the 64-byte\n"
      "r||s (--compact, the default; --no-z leaves out the public key); --raw\n"
      "signs the input as it is into the token's 128-byte signature blob;\n"
      "--format der writes a DER signature that openssl verifies. RSA: PKCS#1\n"
      "v1.5 over SHA-256 of the input (--raw: the input as it is). Needs the\n"
-     "user PIN."},
-    {"verify", CryptoCommands::verify, "verify --container C --sig F [--in F] [--raw] [--no-z] [--format F]",
+     "user PIN.\n"
+     "Given FILEs, or a list of paths, one a line, in --list F (- for standard\n"
+     "input), signs each with one login into FILE.sig, or into --out-dir D,\n"
+     "raw unless --format says otherwise. Each input is reported; one that\n"
+     "fails doesn't stop the rest (unless --stop-on-error); --json gives one\n"
+     "result per input; exit 1 when any failed."},
+    {"verify", CryptoCommands::verify,
+     "verify --container C [--sig F [--in F] | FILE... | --list F] [--sig-dir D] [--raw] [--no-z] [--format F]",
      "Verify a signature made by sign with the same options. The signature\n"
      "file is raw (r||s, the 128-byte blob or DER), hex, base64 or der as\n"
-     "--format says."},
+     "--format says. Given FILEs or --list F, verifies each against FILE.sig,\n"
+     "or the .sig of its name in --sig-dir D, and reports each as sign does."},
     {"digest", CryptoCommands::digest, "digest --alg sm3|sha1|sha256 [--in F] [--container C] [--id ID]",
      "Hash the input on the key. With --container (SM3 only) the hash covers\n"
      "the container's public key and the id, 1234567812345678 by default."},
@@ -151,7 +159,8 @@ void addOptions(QCommandLineParser &parser)
         {"enc", nullptr},    {"pem", nullptr}, {"bits", "N"},      {"raw", nullptr},     {"compact", nullptr},
         {"no-z", nullptr},   {"alg", "A"},     {"id", "ID"},       {"sig", "FILE"},      {"key-out", "FILE"},
         {"key-in", "FILE"},  {"mode", "M"},    {"padding", "P"},   {"index", "N"},       {"flags", "F"},
-        {"yes", nullptr},    {"help", nullptr},
+        {"yes", nullptr},    {"help", nullptr}, {"list", "FILE"},  {"out-dir", "DIR"}, {"sig-dir", "DIR"},
+        {"stop-on-error", nullptr},
     };
     for (const auto &o : options) {
         QCommandLineOption option(QLatin1String(o.name), QString());
