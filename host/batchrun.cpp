@@ -58,53 +58,55 @@ QString BatchRun::signaturePath(const QString &input) const
 int BatchRun::run(const std::function<int(const QString &, const QString &)> &work)
 {
     const bool stopOnError = m_ctx.has("stop-on-error");
+    const bool json = m_ctx.json();
     const QString done = QLatin1String(m_mode == Mode::Sign ? "signed" : "verified");
     QSet<QString> written;
     QJsonArray results;
     int good = 0, failed = 0;
     for (const QString &input : m_inputs) {
         const QString signature = signaturePath(input);
-        QJsonObject result{{QStringLiteral("input"), input}, {QStringLiteral("signature"), signature}};
-        if (failed && stopOnError) {
-            result.insert(QStringLiteral("ok"), false);
-            result.insert(QStringLiteral("skipped"), true);
-            if (!m_ctx.json())
-                m_ctx.print(QStringLiteral("%1 %2").arg(QStringLiteral("skipped"), -8).arg(input));
-            results.append(result);
-            continue;
-        }
-        m_ctx.collectReports(true);
-        m_ctx.clearError();
-        int rc = CliContext::Ok;
-        // Two signatures into one file would lose the first.
-        if (m_mode == Mode::Sign && written.contains(signature))
-            rc = m_ctx.usage(QStringLiteral("another input of this batch writes %1").arg(signature));
-        else
-            rc = work(input, signature);
-        written.insert(signature);
-        const CliContext::Report report = m_ctx.takeReport();
-        m_ctx.collectReports(false);
-        result.insert(QStringLiteral("ok"), rc == CliContext::Ok);
-        if (rc == CliContext::Ok) {
-            ++good;
-            if (!m_ctx.json())
-                m_ctx.print(QStringLiteral("%1 %2 (%3)").arg(done, -8).arg(input, signature));
+        int rc = CliContext::Failed;
+        CliContext::Report report;
+        const bool tried = !failed || !stopOnError;
+        if (tried) {
+            m_ctx.collectReports(true);
+            m_ctx.clearError();
+            // Two signatures into one file would lose the first.
+            if (m_mode == Mode::Sign && written.contains(signature))
+                rc = m_ctx.usage(QStringLiteral("another input of this batch writes %1").arg(signature));
+            else
+                rc = work(input, signature);
+            written.insert(signature);
+            report = m_ctx.takeReport();
+            m_ctx.collectReports(false);
+            if (report.message.isEmpty())
+                report.message = QStringLiteral("failed");
+            ++(rc == CliContext::Ok ? good : failed);
         } else {
-            ++failed;
-            const QString message = report.message.isEmpty() ? QStringLiteral("failed") : report.message;
-            result.insert(QStringLiteral("error"), message);
-            if (report.code)
-                result.insert(QStringLiteral("code"), QString::asprintf("0x%08X", report.code));
-            if (!m_ctx.json())
-                m_ctx.print(QStringLiteral("%1 %2: %3%4")
-                                .arg(QStringLiteral("FAILED"), -8)
-                                .arg(input, message,
-                                     report.code ? QStringLiteral(" (%1)").arg(SkfErrorText::line(report.code)) : QString()));
+            report.message = QStringLiteral("not tried after an earlier failure");
         }
-        results.append(result);
+        if (json) {
+            QJsonObject result{{QStringLiteral("input"), input},
+                               {QStringLiteral("signature"), signature},
+                               {QStringLiteral("ok"), rc == CliContext::Ok}};
+            if (rc != CliContext::Ok)
+                result.insert(QStringLiteral("error"), report.message);
+            if (rc != CliContext::Ok && report.code)
+                result.insert(QStringLiteral("code"), QString::asprintf("0x%08X", report.code));
+            if (!tried)
+                result.insert(QStringLiteral("skipped"), true);
+            results.append(result);
+        } else if (rc == CliContext::Ok) {
+            m_ctx.print(QStringLiteral("%1 %2 (%3)").arg(done, -8).arg(input, signature));
+        } else if (!tried) {
+            m_ctx.print(QStringLiteral("%1 %2").arg(QStringLiteral("skipped"), -8).arg(input));
+        } else {
+            const QString code = report.code ? QStringLiteral(" (%1)").arg(SkfErrorText::line(report.code)) : QString();
+            m_ctx.print(QStringLiteral("%1 %2: %3%4").arg(QStringLiteral("FAILED"), -8).arg(input, report.message, code));
+        }
     }
     const int total = m_inputs.size();
-    if (m_ctx.json())
+    if (json)
         m_ctx.printJson(results);
     else
         m_ctx.print(QStringLiteral("%1 of %2 %3%4%5")

@@ -10,7 +10,12 @@
 #include <QJsonValue>
 #include <QStandardPaths>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -358,13 +363,26 @@ bool CliContext::readInput(QByteArray *data)
 
 bool CliContext::readFile(const QString &path, QByteArray *data)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        warn(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
-        return false;
+    // Plain system calls: a batch reads a file per input.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    data->clear();
+    char buf[65536];
+    ssize_t n = fd < 0 ? -1 : 0;
+    while (fd >= 0 && (n = ::read(fd, buf, sizeof buf)) != 0) {
+        if (n > 0)
+            data->append(buf, int(n));
+        else if (errno != EINTR)
+            break;
     }
-    *data = file.readAll();
-    return true;
+    const int error = errno;
+    if (fd >= 0)
+        ::close(fd);
+    if (n == 0)
+        return true;
+    warn(QStringLiteral("cannot read %1: %2")
+             .arg(path, error == EISDIR ? QStringLiteral("file to open is a directory")
+                                        : QString::fromLocal8Bit(std::strerror(error))));
+    return false;
 }
 
 bool CliContext::outputEncoding(Encoding *encoding) const
@@ -413,12 +431,28 @@ bool CliContext::writeBytes(const QByteArray &bytes, Encoding encoding)
 
 bool CliContext::writeFile(const QString &path, const QByteArray &bytes)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size()) {
-        warn(QStringLiteral("cannot write %1: %2").arg(path, file.errorString()));
-        return false;
+    // Written over in place, then cut to length: a file rewritten with as
+    // many bytes (a batch signed again) costs the file system no blocks
+    // freed and allocated anew.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    qint64 done = 0;
+    while (fd >= 0 && done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        done += n;
     }
-    return true;
+    bool ok = fd >= 0 && done == bytes.size() && (::ftruncate(fd, done) == 0 || errno == EINVAL);
+    int error = errno;
+    if (fd >= 0 && ::close(fd) != 0 && ok) {
+        ok = false;
+        error = errno;
+    }
+    if (!ok)
+        warn(QStringLiteral("cannot write %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(error))));
+    return ok;
 }
 
 void CliContext::print(const QString &line)

@@ -22,10 +22,17 @@ constexpr int kIvField = 32;
 // The default user id of SM2 signatures.
 const char kDefaultUserId[] = "1234567812345678";
 
-bool isDer(CliContext &ctx)
+// The form options of sign and verify, read once for all inputs.
+struct SignForm
 {
-    return ctx.value("format") == QLatin1String("der");
-}
+    explicit SignForm(const CliContext &ctx)
+        : raw(ctx.has("raw")), noZ(ctx.has("no-z")), der(ctx.value("format") == QLatin1String("der"))
+    {
+    }
+    bool raw;
+    bool noZ;
+    bool der;
+};
 
 // The token's SM3/SHA hash of data, through a hash object that is given back.
 bool tokenDigest(CliContext &ctx, quint64 alg, const QByteArray &pubkey, const QString &id, const QByteArray &data,
@@ -142,32 +149,31 @@ bool runCipher(CliContext &ctx, Qt::HANDLE hKey, bool encrypting, const QByteArr
 
 // The container's signature of data in the form sign writes; empty after
 // a report, with the exit code in *rc.
-QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const QByteArray &data, int *rc)
+QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm &form, const QByteArray &data, int *rc)
 {
-    const bool raw = ctx.has("raw");
     QByteArray signature;
     *rc = CliContext::Failed;
     ctx.clearError();
     if (type == kContainerRsa) {
         // The token signs what it is given: PKCS#1 needs the DigestInfo here.
-        const QByteArray input = raw ? data : BlobConverter::sha256DigestInfo(data);
+        const QByteArray input = form.raw ? data : BlobConverter::sha256DigestInfo(data);
         if (!ctx.call(ctx.key(), "rsaSignData", signature, handle, input))
             return QByteArray();
-    } else if (raw) {
+    } else if (form.raw) {
         if (!ctx.call(ctx.key(), "eccSignData", signature, handle, data))
             return QByteArray();
         if (signature.size() != BlobConverter::kEccSignatureBlobSize)
             signature.clear();
-        else if (isDer(ctx))
+        else if (form.der)
             signature = BlobConverter::compactToDer(BlobConverter::signatureBlobToCompact(signature));
     } else {
-        const bool withZ = !ctx.has("no-z");
+        const bool withZ = !form.noZ;
         if (!ctx.call(ctx.key(), "eccSimpleSign", signature, handle, data, withZ))
             return QByteArray();
         // A refused signature comes back shorter than 64 bytes.
         if (signature.size() != BlobConverter::kCompactSignatureSize)
             signature.clear();
-        else if (isDer(ctx))
+        else if (form.der)
             signature = BlobConverter::compactToDer(signature);
     }
     if (signature.isEmpty()) {
@@ -190,23 +196,22 @@ QByteArray decodedSignature(const QByteArray &bytes, const QString &format)
 
 // Checks sig over data with the container's signing key, in the form the
 // options name. Ok, or the exit code after a report.
-int checkSignature(CliContext &ctx, Qt::HANDLE handle, int type, const QByteArray &data, const QByteArray &sig)
+int checkSignature(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm &form, const QByteArray &data,
+                   const QByteArray &sig)
 {
-    const bool raw = ctx.has("raw");
-    const bool noZ = ctx.has("no-z");
     bool valid = false;
     int rc = CliContext::Ok;
     if (type == kContainerSm2) {
-        const QByteArray compact = compactSignature(sig, isDer(ctx));
+        const QByteArray compact = compactSignature(sig, form.der);
         if (compact.isEmpty())
             return ctx.usage(QStringLiteral("the signature file holds no SM2 signature"));
-        if (raw || noZ) {
+        if (form.raw || form.noZ) {
             // The plain verification: the caller's data, or the token's hash
             // without the public key, against the signing public key.
             QByteArray pub, hashed = data;
             if (!ctx.publicKey(handle, true, &pub, &rc))
                 return rc;
-            if (noZ && !tokenDigest(ctx, kSgdSm3, QByteArray(), QLatin1String(kDefaultUserId), data, &hashed, &rc))
+            if (form.noZ && !tokenDigest(ctx, kSgdSm3, QByteArray(), QLatin1String(kDefaultUserId), data, &hashed, &rc))
                 return rc;
             ctx.clearError();
             if (!ctx.call(ctx.key(), "eccVerify", valid, pub, hashed, BlobConverter::compactToSignatureBlob(compact)))
@@ -221,7 +226,7 @@ int checkSignature(CliContext &ctx, Qt::HANDLE handle, int type, const QByteArra
         QByteArray pub;
         if (!ctx.publicKey(handle, true, &pub, &rc))
             return rc;
-        const QByteArray input = raw ? data : BlobConverter::sha256DigestInfo(data);
+        const QByteArray input = form.raw ? data : BlobConverter::sha256DigestInfo(data);
         ctx.clearError();
         if (!ctx.call(ctx.key(), "rsaVerify", valid, pub, input, sig))
             return CliContext::Failed;
@@ -233,7 +238,7 @@ int checkSignature(CliContext &ctx, Qt::HANDLE handle, int type, const QByteArra
 
 int CryptoCommands::sign(CliContext &ctx)
 {
-    const bool noZ = ctx.has("no-z");
+    const SignForm form(ctx);
     const bool batch = BatchRun::wanted(ctx);
     if (ctx.has("raw") && ctx.has("compact"))
         return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
@@ -251,12 +256,12 @@ int CryptoCommands::sign(CliContext &ctx)
         return rc;
     const int type = ctx.containerType(handle);
     ctx.clearError();
-    if (type == kContainerRsa && (isDer(ctx) || noZ))
+    if (type == kContainerRsa && (form.der || form.noZ))
         return ctx.usage(QStringLiteral("--format der and --no-z are for SM2 signatures"));
     if (type != kContainerRsa && type != kContainerSm2)
         return ctx.fail(QStringLiteral("the container holds no key pair"));
     if (!batch) {
-        const QByteArray signature = signData(ctx, handle, type, data, &rc);
+        const QByteArray signature = signData(ctx, handle, type, form, data, &rc);
         return signature.isEmpty() ? rc : ctx.writeOutput(signature) ? CliContext::Ok : CliContext::Usage;
     }
     // Signature files are raw unless --format says otherwise.
@@ -268,7 +273,7 @@ int CryptoCommands::sign(CliContext &ctx)
         if (!ctx.readFile(input, &message))
             return int(CliContext::Usage);
         int result = CliContext::Ok;
-        const QByteArray signature = signData(ctx, handle, type, message, &result);
+        const QByteArray signature = signData(ctx, handle, type, form, message, &result);
         if (signature.isEmpty())
             return result;
         return ctx.writeFile(signatureFile, CliContext::encode(signature, encoding)) ? int(CliContext::Ok)
@@ -278,6 +283,7 @@ int CryptoCommands::sign(CliContext &ctx)
 
 int CryptoCommands::verify(CliContext &ctx)
 {
+    const SignForm form(ctx);
     const bool batch = BatchRun::wanted(ctx);
     if (!batch && !ctx.has("sig"))
         return ctx.usage(QStringLiteral("verify --container C --sig FILE [--in FILE] [--raw] [--no-z]"));
@@ -304,7 +310,7 @@ int CryptoCommands::verify(CliContext &ctx)
     if (type != kContainerRsa && type != kContainerSm2)
         return ctx.fail(QStringLiteral("the container holds no key pair"));
     if (!batch) {
-        rc = checkSignature(ctx, handle, type, data, decodedSignature(sig, format));
+        rc = checkSignature(ctx, handle, type, form, data, decodedSignature(sig, format));
         if (rc == CliContext::Ok)
             ctx.print(QStringLiteral("signature verified"));
         return rc;
@@ -313,7 +319,7 @@ int CryptoCommands::verify(CliContext &ctx)
         QByteArray message, bytes;
         if (!ctx.readFile(input, &message) || !ctx.readFile(signatureFile, &bytes))
             return int(CliContext::Usage);
-        return checkSignature(ctx, handle, type, message, decodedSignature(bytes, format));
+        return checkSignature(ctx, handle, type, form, message, decodedSignature(bytes, format));
     });
 }
 

@@ -2,9 +2,12 @@
 
 #include "connection.h"
 #include "devicestore.h"
+#include "skfcall.h"
 #include "tokencrypto.h"
 
 #include <QFile>
+
+#include <unistd.h>
 
 DeviceCache &DeviceCache::instance()
 {
@@ -45,7 +48,9 @@ quint64 DeviceCache::epoch(const QString &root)
     g.call = m_call;
     // Writers grow the file after writing, under the device's lock: an
     // unchanged file means unchanged devices.
-    const FileStamp now = FileStamp::of(QFile::encodeName(DeviceStore(root).generationPath()).toStdString());
+    if (g.path.empty())
+        g.path = QFile::encodeName(DeviceStore(root).generationPath()).toStdString();
+    const FileStamp now = FileStamp::of(g.path);
     if (!now.sameAs(g.stamp) || !g.epoch)
         g.epoch = ++m_lastEpoch;
     g.stamp = now;
@@ -57,15 +62,20 @@ const DeviceCache::Listing &DeviceCache::listing(const DeviceStore &store)
     Listing &l = m_listings[store.root()];
     const quint64 now = epoch(store.root());
     if (l.epoch != now) {
-        l.all = store.deviceNames();
-        l.present.clear();
+        const QStringList all = store.deviceNames();
+        QStringList present;
         l.isPresent.clear();
-        for (const QString &d : l.all) {
+        l.planned.clear();
+        for (const QString &d : all) {
             const bool in = store.isPresent(d);
             l.isPresent.insert(d, in);
             if (in)
-                l.present.append(d);
+                present.append(d);
+            if (::access(QFile::encodeName(store.path(d, DeviceStore::FaultFile)).constData(), F_OK) == 0)
+                l.planned.append(d);
         }
+        l.allText = SkfCall::multiString(all);
+        l.presentText = SkfCall::multiString(present);
         l.epoch = now;
     }
     return l;

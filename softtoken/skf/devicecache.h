@@ -52,12 +52,12 @@ public:
     quint64 epoch(const QString &root);
 
     struct Listing {
-        QStringList all;
-        QStringList present;
         QHash<QString, bool> isPresent; // every device of the store
+        QStringList planned; // those with a fault plan, in name order
+        QByteArray allText, presentText; // the names as SKF_EnumDev gives them
         quint64 epoch = 0;
     };
-    // The store's devices, and those present.
+    // The store's devices, those present and those with a fault plan.
     const Listing &listing(const DeviceStore &store);
 
     // The device's current data; null once the device is gone or unreadable.
@@ -80,6 +80,7 @@ private:
         quint64 faultEpoch = 0;
     };
     struct Generation {
+        std::string path;
         FileStamp stamp;
         quint64 epoch = 0;
         quint64 call = 0;

@@ -30,7 +30,7 @@ SKF_EXPORT ULONG SKF_WaitForDevEvent(LPSTR szDevName, ULONG *pulDevNameLen, ULON
     {
         SkfCall call("SKF_WaitForDevEvent");
         DeviceStore store(SkfCall::storeRoot());
-        const ULONG rv = call.anyDevice(store, DeviceCache::instance().listing(store).all);
+        const ULONG rv = call.anyDevice(store, DeviceCache::instance().listing(store).planned);
         if (rv != SAR_OK)
             return rv;
     }
@@ -51,10 +51,10 @@ SKF_EXPORT ULONG SKF_EnumDev(BOOL bPresent, LPSTR szNameList, ULONG *pulSize)
         return SAR_INVALIDPARAMERR;
     DeviceStore store(SkfCall::storeRoot());
     const DeviceCache::Listing &devices = DeviceCache::instance().listing(store);
-    const ULONG rv = call.anyDevice(store, devices.all);
+    const ULONG rv = call.anyDevice(store, devices.planned);
     if (rv != SAR_OK)
         return rv;
-    return call.fillText(SkfCall::multiString(bPresent ? devices.present : devices.all), szNameList, pulSize);
+    return call.fillText(bPresent ? devices.presentText : devices.allText, szNameList, pulSize);
 }
 
 SKF_EXPORT ULONG SKF_ConnectDev(LPSTR szName, DEVHANDLE *phDev)
