@@ -32,14 +32,8 @@ int BatchRun::prepare()
     if (list.isEmpty())
         return CliContext::Ok;
     QByteArray text;
-    QFile in;
-    if (list == QLatin1String("-")) {
-        if (!in.open(stdin, QIODevice::ReadOnly))
-            return m_ctx.usage(QStringLiteral("cannot read standard input"));
-        text = in.readAll();
-    } else if (!m_ctx.readFile(list, &text)) {
+    if (!m_ctx.readFile(list == QLatin1String("-") ? QStringLiteral("/dev/stdin") : list, &text))
         return CliContext::Usage;
-    }
     for (QByteArray line : text.split('\n')) {
         if (line.endsWith('\r'))
             line.chop(1);

@@ -171,13 +171,12 @@ uint CliContext::lastError()
 
 int CliContext::fail(const QString &what)
 {
+    warn(what);
     const uint code = lastError();
     if (m_collecting) {
         m_report.code = code;
-        warn(what);
         return Failed;
     }
-    warn(what);
     if (code)
         std::fprintf(stderr, "%s\n", qPrintable(SkfErrorText::line(code)));
     else
