@@ -1,11 +1,14 @@
 # Two entry points: `make demo` and `make test`. Both install what is
 # missing on a Debian 12 machine, then configure and build out of tree.
+# `make deb` builds the Debian package, `make install` installs the build.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+DEB_BUILD  ?= build-deb
+PREFIX     ?=
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all deps build build-asan demo test test-fast test-asan clean
+.PHONY: all deps build build-asan demo test test-fast test-asan install deb clean
 
 all: build
 
@@ -35,5 +38,23 @@ test-asan: build-asan
 
 test: test-fast test-asan
 
+install: build
+	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
+
+# The package: a build of its own under /usr with all of Debian's hardening
+# flags, then CPack (dependencies by dpkg-shlibdeps) and lintian.
+DEB_FLAGS = DEB_BUILD_MAINT_OPTIONS=hardening=+all dpkg-buildflags --get
+deb:
+	@./scripts/install-deps.sh deb
+	cmake -S . -B $(DEB_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DTWKEY_BUILD_TESTS=OFF -DTWKEY_BUILD_BENCH=OFF \
+	  -DCMAKE_C_FLAGS="$$($(DEB_FLAGS) CFLAGS) $$($(DEB_FLAGS) CPPFLAGS)" \
+	  -DCMAKE_CXX_FLAGS="$$($(DEB_FLAGS) CXXFLAGS) $$($(DEB_FLAGS) CPPFLAGS)" \
+	  -DCMAKE_EXE_LINKER_FLAGS="$$($(DEB_FLAGS) LDFLAGS)" \
+	  -DCMAKE_SHARED_LINKER_FLAGS="$$($(DEB_FLAGS) LDFLAGS)" $(CMAKE_ARGS)
+	cmake --build $(DEB_BUILD) -j $(JOBS)
+	cd $(DEB_BUILD) && cpack -G DEB
+	lintian --fail-on error --display-info $(DEB_BUILD)/twkey_*.deb
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(DEB_BUILD)

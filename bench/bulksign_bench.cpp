@@ -120,7 +120,6 @@ int main(int argc, char **argv)
     }
     const QStringList batch{"sign", "--container", kContainer, "--pin", kPin, "--format", "der",
                             "--out-dir", work + QStringLiteral("/sig"), "--list", work + QStringLiteral("/list.txt")};
-    const QByteArray done = QByteArray::number(kMessages) + " of " + QByteArray::number(kMessages) + " signed\n";
     std::vector<double> directCpu, directWall, twkeyCpu, twkeyWall;
     for (int round = 0; round < kRounds; ++round) {
         const double cpu = nowMs(CLOCK_PROCESS_CPUTIME_ID), wall = nowMs(CLOCK_MONOTONIC);
@@ -134,7 +133,7 @@ int main(int argc, char **argv)
         directCpu.push_back(nowMs(CLOCK_PROCESS_CPUTIME_ID) - cpu);
         directWall.push_back(nowMs(CLOCK_MONOTONIC) - wall);
         ProcessRun run;
-        if (!run.run(kBin + QStringLiteral("/twkey"), batch) || run.exitCode != 0 || !run.output.endsWith(done)) {
+        if (!run.run(kBin + QStringLiteral("/twkey"), batch) || run.exitCode != 0 || run.output.count("signed ") != kMessages) {
             fail("twkey did not sign the batch");
             return 2;
         }

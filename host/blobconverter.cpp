@@ -1,15 +1,18 @@
 #include "blobconverter.h"
 
+#include <QRegularExpression>
 #include <QtEndian>
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/param_build.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
+#include <openssl/x509.h>
 
 #include <memory>
 
@@ -248,16 +251,29 @@ QByteArray BlobConverter::certificateToPem(const QByteArray &der)
 
 QByteArray BlobConverter::certificateToDer(const QByteArray &derOrPem)
 {
-    const QByteArray begin = "-----BEGIN CERTIFICATE-----";
-    const QByteArray end = "-----END CERTIFICATE-----";
-    const int from = derOrPem.indexOf(begin);
-    if (from < 0)
-        return derOrPem;
-    const int to = derOrPem.indexOf(end, from);
-    if (to < 0)
-        return QByteArray();
-    const QByteArray body = derOrPem.mid(from + begin.size(), to - from - begin.size());
-    return QByteArray::fromBase64(body.simplified().replace(' ', QByteArray()));
+    // Whatever OpenSSL reads as an X.509 certificate, written out again as
+    // DER; anything else is no certificate.
+    std::unique_ptr<BIO, decltype(&BIO_free)> in(BIO_new_mem_buf(derOrPem.constData(), derOrPem.size()), BIO_free);
+    X509 *cert = in ? PEM_read_bio_X509(in.get(), nullptr, nullptr, nullptr) : nullptr;
+    if (!cert) {
+        const unsigned char *p = reinterpret_cast<const unsigned char *>(derOrPem.constData());
+        cert = d2i_X509(nullptr, &p, derOrPem.size());
+        // DER with bytes after it is not one certificate either.
+        if (cert && p != reinterpret_cast<const unsigned char *>(derOrPem.constData()) + derOrPem.size()) {
+            X509_free(cert);
+            cert = nullptr;
+        }
+    }
+    QByteArray der;
+    const int size = cert ? i2d_X509(cert, nullptr) : 0;
+    if (size > 0) {
+        der.resize(size);
+        unsigned char *out = reinterpret_cast<unsigned char *>(der.data());
+        i2d_X509(cert, &out);
+    }
+    X509_free(cert);
+    ERR_clear_error();
+    return der;
 }
 
 QByteArray BlobConverter::randomBytes(int count)
@@ -265,5 +281,18 @@ QByteArray BlobConverter::randomBytes(int count)
     QByteArray bytes(count, '\0');
     if (count > 0 && RAND_bytes(reinterpret_cast<unsigned char *>(bytes.data()), count) != 1)
         return QByteArray();
+    return bytes;
+}
+
+QByteArray BlobConverter::fromText(const QByteArray &bytes)
+{
+    QByteArray text = bytes.simplified();
+    text.replace(' ', QByteArray());
+    static const QRegularExpression hex(QStringLiteral("^(?:[0-9A-Fa-f]{2})+$"));
+    static const QRegularExpression base64(QStringLiteral("^[A-Za-z0-9+/]+={0,2}$"));
+    if (hex.match(QString::fromLatin1(text)).hasMatch())
+        return QByteArray::fromHex(text);
+    if (text.size() % 4 == 0 && base64.match(QString::fromLatin1(text)).hasMatch())
+        return QByteArray::fromBase64(text);
     return bytes;
 }

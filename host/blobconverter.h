@@ -35,11 +35,16 @@ public:
     // DigestInfo of SHA-256 over data, ready for a raw PKCS#1 v1.5 signature.
     static QByteArray sha256DigestInfo(const QByteArray &data);
 
-    // Certificates: DER to PEM and back. pemToDer passes DER through.
+    // Certificates: DER to PEM; an X.509 certificate in PEM or DER to DER,
+    // empty for anything that is not one.
     static QByteArray certificateToPem(const QByteArray &der);
     static QByteArray certificateToDer(const QByteArray &derOrPem);
 
     static QByteArray randomBytes(int count);
+
+    // Hex or base64 text decoded (blanks and line ends ignored); any other
+    // bytes as they are.
+    static QByteArray fromText(const QByteArray &bytes);
 };
 
 #endif

@@ -3,11 +3,9 @@
 #include "skferrortext.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QJsonValue>
+#include <QFileInfo>
 #include <QStandardPaths>
 
 #include <cerrno>
@@ -19,11 +17,9 @@
 
 namespace {
 
-void writeStd(FILE *stream, const QByteArray &bytes)
-{
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
-}
+constexpr uint kPinIncorrect = 0x0A000024;
+constexpr uint kPinLocked = 0x0A000025;
+constexpr quint64 kRemainingRetries = 1;
 
 // Qt's debug stream, where the library writes a few lines of its own
 // beside its log, goes with the log: into --log and, with --verbose, on
@@ -43,19 +39,29 @@ void qtMessage(QtMsgType type, const QMessageLogContext &, const QString &text)
         std::fprintf(stderr, "%s\n", qPrintable(text));
 }
 
-} // namespace
-
-CliContext::CliContext(const QCommandLineParser &parser, const QStringList &args)
-    : m_parser(parser), m_args(args),
-      m_capture([this](const QString &line) { m_core.logDebug(QStringLiteral("[stdout] ") + line); })
+// The folder of the library and its kdp/: beside twkey in the build tree,
+// else the installed one, named from twkey's own folder.
+QString libraryFolder()
 {
     const QString appDir = QCoreApplication::applicationDirPath();
-    m_core.setBinPath(value("bin-path", appDir));
+    if (QFileInfo::exists(appDir + QStringLiteral("/libTWKey.so")))
+        return appDir;
+    return QDir::cleanPath(appDir + QStringLiteral("/" TWKEY_INSTALLED_LIBDIR));
+}
+
+} // namespace
+
+CliContext::CliContext(CommandLine &line)
+    : m_line(line), m_out(line.output()),
+      m_capture([this](const QString &text) { m_core.logDebug(QStringLiteral("[stdout] ") + text); })
+{
+    m_out.setStdout(m_capture.realStdout());
+    m_core.setBinPath(value("bin-path", libraryFolder()));
     m_core.setConfigPath(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
                          + QStringLiteral("/twkey"));
     m_core.setVerbose(has("verbose"));
-    // Lines nobody reads would pile up over a long batch.
-    m_core.setDiscard(!has("log") && !has("verbose"));
+    // Debug lines nobody reads would pile up over a long batch.
+    m_core.setKeepDebug(false);
     s_messageCore = &m_core;
     qInstallMessageHandler(qtMessage);
 }
@@ -67,36 +73,33 @@ CliContext::~CliContext()
     m_host.shutdown(true);
     qInstallMessageHandler(nullptr);
     s_messageCore = nullptr;
+    m_out.setStdout(stdout);
 }
 
 bool CliContext::has(const char *option) const
 {
-    return m_parser.isSet(QLatin1String(option));
+    return m_line.isSet(option);
 }
 
 QString CliContext::value(const char *option, const QString &fallback) const
 {
-    return has(option) ? m_parser.value(QLatin1String(option)) : fallback;
+    return m_line.value(option, fallback);
 }
 
-bool CliContext::json() const
+QString CliContext::packageDir()
 {
-    return has("json");
+    return m_core.binPath() + QStringLiteral("/kdp");
 }
 
 int CliContext::loadLibrary()
 {
     if (m_libraryLoaded)
         return Ok;
-    if (has("log") && !m_core.setLogFile(value("log"))) {
-        warn(QStringLiteral("cannot open the log file %1").arg(value("log")));
-        return Usage;
-    }
-    const QString lib = value("lib", QCoreApplication::applicationDirPath() + QStringLiteral("/libTWKey.so"));
-    if (!m_host.load(lib)) {
-        warn(QStringLiteral("cannot load the library: %1").arg(m_host.errorString()));
-        return NoLibrary;
-    }
+    if (has("log") && !m_core.setLogFile(value("log")))
+        return refuse(QStringLiteral("cannot open the log file %1").arg(value("log")), Usage);
+    const QString lib = value("lib", libraryFolder() + QStringLiteral("/libTWKey.so"));
+    if (!m_host.load(lib))
+        return refuse(QStringLiteral("cannot load the library: %1").arg(m_host.errorString()), NoLibrary);
     m_libraryLoaded = true;
     return Ok;
 }
@@ -108,35 +111,72 @@ int CliContext::startManager()
     const int rc = loadLibrary();
     if (rc != Ok)
         return rc;
-    if (!m_host.start(&m_core)) {
-        warn(QStringLiteral("the library gave no key manager: %1").arg(m_host.errorString()));
-        return NoLibrary;
-    }
+    if (!m_host.start(&m_core))
+        return refuse(QStringLiteral("the library gave no key manager: %1").arg(m_host.errorString()), NoLibrary);
     return Ok;
+}
+
+bool CliContext::countKeys(int *count, int *rc)
+{
+    *rc = startManager();
+    if (*rc != Ok)
+        return false;
+    // The manager maps indices only after a count.
+    clearError();
+    *count = 0;
+    if (!call(manager(), "count", *count)) {
+        *rc = Failed;
+        return false;
+    }
+    return true;
 }
 
 int CliContext::openKey(int index)
 {
-    const int rc = startManager();
-    if (rc != Ok)
+    int count = 0, rc = Ok;
+    if (!countKeys(&count, &rc))
         return rc;
-    // The manager maps indices only after a count.
-    int count = 0;
-    if (!call(manager(), "count", count))
-        return Failed;
     TWPtr key{"KeyObject*"};
     clearError();
     if (!call(manager(), "open", key, index))
         return Failed;
     if (!key.value) {
-        warn(QStringLiteral("no key at index %1 (%2 key(s) present)").arg(index).arg(count));
         const uint code = lastError();
-        if (code)
-            std::fprintf(stderr, "%s\n", qPrintable(SkfErrorText::line(code)));
-        return NoKey;
+        return m_out.error(NoKey, QStringLiteral("no key at index %1 (%2 key(s) present; 'twkey list' tells why a token is not a key)").arg(index).arg(count),
+                           code ? QStringList{SkfErrorText::line(code)} : QStringList(), SkfErrorText::json(code));
     }
     m_key = key.object();
     m_keyIndex = index;
+    return Ok;
+}
+
+int CliContext::keyMatching(int *index)
+{
+    int count = 0, rc = Ok;
+    if (!countKeys(&count, &rc))
+        return rc;
+    const QString serial = value("serial"), label = value("label");
+    QList<int> found;
+    for (int i = 0; i < count; ++i) {
+        TWPtr key{"KeyObject*"};
+        QString whole, limited, name;
+        if (!call(manager(), "open", key, i))
+            return Failed;
+        if (!key.value || (has("key") && i != *index))
+            continue;
+        if (!call(key.object(), "serialNumberEx", whole) || !call(key.object(), "serialNumber", limited)
+            || !call(key.object(), "labelName", name))
+            return Failed;
+        if ((serial.isNull() || serial == whole || serial == limited) && (label.isNull() || label == name))
+            found.append(i);
+    }
+    const QString wanted = serial.isNull() ? QStringLiteral("the label %1").arg(label)
+                                           : QStringLiteral("the serial number %1").arg(serial);
+    if (found.isEmpty())
+        return refuse(QStringLiteral("no key has %1 (%2 key(s) present; 'twkey list' tells why a token is not a key)").arg(wanted).arg(count), NoKey);
+    if (found.size() > 1)
+        return refuse(QStringLiteral("%1 keys have %2: choose one by --serial or --key").arg(found.size()).arg(wanted), NoKey);
+    *index = found.first();
     return Ok;
 }
 
@@ -149,7 +189,9 @@ int CliContext::openSelectedKey(Login login)
             return usage(QStringLiteral("--key needs a key index"));
         index = int(number);
     }
-    const int rc = openKey(index);
+    int rc = has("serial") || has("label") ? keyMatching(&index) : Ok;
+    if (rc == Ok)
+        rc = openKey(index);
     if (rc != Ok || login == Login::None)
         return rc;
     return login == Login::User ? this->login(false) : loginIfGiven();
@@ -158,6 +200,7 @@ int CliContext::openSelectedKey(Login login)
 void CliContext::clearError()
 {
     m_core.setLastError(0);
+    m_errorLines = m_core.lines(TWCore::Level::Error).size();
 }
 
 uint CliContext::lastError()
@@ -169,48 +212,58 @@ uint CliContext::lastError()
     return m_core.lastError();
 }
 
+QString CliContext::loggedFailure() const
+{
+    // The session reports the device-state file through the error log at
+    // every connect; that line tells of no failure.
+    const QStringList logged = m_core.lines(TWCore::Level::Error);
+    for (int i = logged.size() - 1; i >= m_errorLines; --i) {
+        if (!logged.at(i).contains(QLatin1String("tw_device,value")))
+            return logged.at(i).trimmed();
+    }
+    return QString();
+}
+
+bool CliContext::failedSinceClear()
+{
+    return lastError() != 0 || !loggedFailure().isEmpty();
+}
+
 int CliContext::fail(const QString &what)
 {
-    warn(what);
     const uint code = lastError();
-    if (m_collecting) {
-        m_report.code = code;
-        return Failed;
-    }
     if (code)
-        std::fprintf(stderr, "%s\n", qPrintable(SkfErrorText::line(code)));
-    else
-        std::fprintf(stderr, "error 0x00000000: the library recorded no error code\n");
-    return Failed;
+        return m_out.error(Failed, what, {SkfErrorText::line(code)}, SkfErrorText::json(code));
+    const QString logged = loggedFailure();
+    if (!logged.isEmpty())
+        return m_out.error(Failed, what, {QStringLiteral("the library logged: ") + logged},
+                           QJsonObject{{QStringLiteral("log"), logged}});
+    return m_out.error(Failed, what, {QStringLiteral("error 0x00000000: the library recorded no error code")});
+}
+
+int CliContext::refuse(const QString &what, int exitCode)
+{
+    return m_out.error(exitCode, what);
 }
 
 int CliContext::usage(const QString &message)
 {
-    warn(message);
-    if (!m_collecting)
-        std::fprintf(stderr, "Try 'twkey help' or 'twkey help COMMAND'.\n");
-    return Usage;
+    return m_line.usage(message);
 }
 
 void CliContext::warn(const QString &message)
 {
-    if (!m_collecting)
-        std::fprintf(stderr, "twkey: %s\n", qPrintable(message));
-    else if (m_report.message.isEmpty())
-        m_report.message = message;
+    m_out.warn(message);
 }
 
-void CliContext::collectReports(bool on)
+void CliContext::status(const QString &line)
 {
-    m_collecting = on;
-    m_report = Report();
+    m_out.status(line);
 }
 
-CliContext::Report CliContext::takeReport()
+int CliContext::finish(int exitCode)
 {
-    const Report report = m_report;
-    m_report = Report();
-    return report;
+    return m_out.finish(exitCode);
 }
 
 PinReader *CliContext::pins()
@@ -221,13 +274,12 @@ PinReader *CliContext::pins()
     if (has("pin-fd")) {
         quint64 number = 0;
         if (!parseNumber(value("pin-fd"), &number) || number > 65535) {
-            warn(QStringLiteral("--pin-fd needs a file descriptor number"));
+            usage(QStringLiteral("--pin-fd needs a file descriptor number"));
             return nullptr;
         }
         fd = int(number);
     }
-    const QString option = has("pin") ? value("pin") : QString();
-    m_pins.reset(new PinReader(option, fd));
+    m_pins.reset(new PinReader(value("pin"), fd));
     return m_pins.get();
 }
 
@@ -237,11 +289,10 @@ bool CliContext::readPin(const QString &prompt, QString *pin)
     QString error;
     if (!reader)
         return false;
-    if (!reader->next(prompt, pin, &error)) {
-        warn(error);
-        return false;
-    }
-    return true;
+    if (reader->next(prompt, pin, &error))
+        return true;
+    usage(error);
+    return false;
 }
 
 bool CliContext::readNewPin(const QString &prompt, QString *pin)
@@ -254,25 +305,27 @@ bool CliContext::readNewPin(const QString &prompt, QString *pin)
     QString error;
     if (!reader)
         return false;
-    if (!reader->nextNew(prompt, pin, &error)) {
-        warn(error);
-        return false;
-    }
-    return true;
+    if (reader->nextNew(prompt, pin, &error))
+        return true;
+    usage(error);
+    return false;
 }
 
-int CliContext::login(bool admin)
+int CliContext::login(bool admin, QString *pinUsed)
 {
     QString pin;
     if (!readPin(admin ? QStringLiteral("Administrator PIN: ") : QStringLiteral("User PIN: "), &pin))
         return Usage;
+    if (pinUsed)
+        *pinUsed = pin;
     bool ok = false;
     clearError();
     if (!call(m_key, "verifyPin", ok, pin, admin))
         return Failed;
     if (!ok)
-        return fail(admin ? QStringLiteral("the administrator PIN was not accepted")
-                          : QStringLiteral("the user PIN was not accepted"));
+        return pinFailure(admin ? QStringLiteral("the administrator PIN was not accepted")
+                                : QStringLiteral("the user PIN was not accepted"),
+                          admin);
     return Ok;
 }
 
@@ -283,7 +336,57 @@ int CliContext::loginIfGiven()
     return login(has("admin"));
 }
 
-Qt::HANDLE CliContext::container(bool createIfMissing, int *exitCode)
+int CliContext::pinFailure(const QString &what, bool admin)
+{
+    const uint code = lastError();
+    QString told = what;
+    if (code == kPinIncorrect) {
+        quint64 left = 0;
+        if (twCall(m_key, "GetPINInfo", left, quint64(admin ? 0 : 1), kRemainingRetries))
+            told += QStringLiteral(" (%1 %2 left)").arg(left).arg(left == 1 ? "try" : "tries");
+        m_core.setLastError(code);
+    } else if (code == kPinLocked) {
+        told += admin ? QStringLiteral(" (locked)") : QStringLiteral(" (locked: 'twkey unblock' sets a new one)");
+    }
+    return fail(told);
+}
+
+bool CliContext::confirm(const QString &question, int *rc)
+{
+    if (has("yes"))
+        return true;
+    if (::isatty(STDIN_FILENO) != 1) {
+        *rc = usage(QStringLiteral("%1 Give --yes to go on without a terminal.").arg(question));
+        return false;
+    }
+    std::fprintf(stderr, "%s Type yes to go on: ", qPrintable(question));
+    std::fflush(stderr);
+    QFile in;
+    in.open(stdin, QIODevice::ReadOnly);
+    if (in.readLine().trimmed() == "yes")
+        return true;
+    *rc = refuse(QStringLiteral("nothing was done"));
+    return false;
+}
+
+bool CliContext::storableName(const QString &kind, const QString &name, int *rc)
+{
+    // The library hands names to the token as UTF-8 but reads them back as
+    // Latin-1, so only ASCII names can be found again once stored.
+    for (const QChar c : name) {
+        if (c.unicode() < 0x20 || c.unicode() > 0x7e) {
+            *rc = usage(QStringLiteral("%1 names are printable ASCII: the token would give \"%2\" back in another "
+                                       "form, and it could then be neither read nor removed")
+                            .arg(kind, name));
+            return false;
+        }
+    }
+    if (name.isEmpty())
+        *rc = usage(QStringLiteral("a %1 name is needed").arg(kind));
+    return !name.isEmpty();
+}
+
+Qt::HANDLE CliContext::container(bool createIfMissing, int *exitCode, bool *created)
 {
     if (!has("container")) {
         *exitCode = usage(QStringLiteral("this command needs --container NAME"));
@@ -297,6 +400,8 @@ Qt::HANDLE CliContext::container(bool createIfMissing, int *exitCode)
         return nullptr;
     }
     if (!handle && createIfMissing) {
+        if (!storableName(QStringLiteral("container"), name, exitCode))
+            return nullptr;
         clearError();
         if (!call(m_key, "createContainer", handle, name)) {
             *exitCode = Failed;
@@ -306,6 +411,8 @@ Qt::HANDLE CliContext::container(bool createIfMissing, int *exitCode)
             *exitCode = fail(QStringLiteral("cannot create the container %1").arg(name));
             return nullptr;
         }
+        if (created)
+            *created = true;
     }
     if (!handle) {
         *exitCode = fail(QStringLiteral("cannot open the container %1").arg(name));
@@ -315,10 +422,10 @@ Qt::HANDLE CliContext::container(bool createIfMissing, int *exitCode)
     return handle;
 }
 
-Qt::HANDLE CliContext::selectedContainer(Login login, bool createIfMissing, int *exitCode)
+Qt::HANDLE CliContext::selectedContainer(Login login, bool createIfMissing, int *exitCode, bool *created)
 {
     *exitCode = openSelectedKey(login);
-    return *exitCode == Ok ? container(createIfMissing, exitCode) : nullptr;
+    return *exitCode == Ok ? container(createIfMissing, exitCode, created) : nullptr;
 }
 
 bool CliContext::publicKey(Qt::HANDLE container, bool signKey, QByteArray *blob, int *exitCode)
@@ -337,25 +444,36 @@ bool CliContext::publicKey(Qt::HANDLE container, bool signKey, QByteArray *blob,
     return true;
 }
 
-int CliContext::containerType(Qt::HANDLE container)
+int CliContext::containerType(Qt::HANDLE container, int *exitCode)
 {
     int type = 0;
     clearError();
-    call(m_key, "getContainerType", type, container);
+    if (!call(m_key, "getContainerType", type, container)) {
+        *exitCode = Failed;
+        return -1;
+    }
+    if (type == 0 && failedSinceClear()) {
+        *exitCode = fail(QStringLiteral("cannot read the container's type"));
+        return -1;
+    }
     return type;
 }
 
 bool CliContext::readInput(QByteArray *data)
 {
-    const QString path = value("in");
-    if (path.isEmpty() || path == QLatin1String("-")) {
-        QFile in;
-        if (!in.open(stdin, QIODevice::ReadOnly)) {
-            warn(QStringLiteral("cannot read standard input"));
+    return readData(value("in", QStringLiteral("-")), data);
+}
+
+bool CliContext::readData(const QString &path, QByteArray *data)
+{
+    if (has("pin-fd")) {
+        PinReader *reader = pins();
+        QString error;
+        if (!reader || !reader->readAhead(&error)) {
+            if (reader)
+                usage(error);
             return false;
         }
-        *data = in.readAll();
-        return true;
     }
     return readFile(path, data);
 }
@@ -363,7 +481,8 @@ bool CliContext::readInput(QByteArray *data)
 bool CliContext::readFile(const QString &path, QByteArray *data)
 {
     // Plain system calls: a batch reads a file per input.
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    const bool fromStdin = path == QLatin1String("-");
+    const int fd = fromStdin ? STDIN_FILENO : ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
     data->clear();
     char buf[65536];
     ssize_t n = fd < 0 ? -1 : 0;
@@ -374,40 +493,54 @@ bool CliContext::readFile(const QString &path, QByteArray *data)
             break;
     }
     const int error = errno;
-    if (fd >= 0)
+    if (fd >= 0 && !fromStdin)
         ::close(fd);
     if (n == 0)
         return true;
-    warn(QStringLiteral("cannot read %1: %2")
-             .arg(path, error == EISDIR ? QStringLiteral("file to open is a directory")
-                                        : QString::fromLocal8Bit(std::strerror(error))));
+    usage(QStringLiteral("cannot read %1: %2")
+              .arg(path, error == EISDIR ? QStringLiteral("file to open is a directory")
+                                         : QString::fromLocal8Bit(std::strerror(error))));
     return false;
 }
 
-bool CliContext::outputEncoding(Encoding *encoding) const
+bool CliContext::writesToStdout() const
 {
-    const QString format = value("format");
-    if (format.isEmpty())
-        *encoding = has("out") ? Encoding::Raw : Encoding::Hex;
-    else if (format == QLatin1String("raw") || format == QLatin1String("der"))
-        *encoding = Encoding::Raw;
-    else if (format == QLatin1String("hex"))
-        *encoding = Encoding::Hex;
-    else if (format == QLatin1String("base64"))
-        *encoding = Encoding::Base64;
-    else
-        return false;
-    return true;
+    return !has("out") || value("out") == QLatin1String("-");
 }
 
-bool CliContext::writeOutput(const QByteArray &bytes)
+CliContext::Encoding CliContext::outputEncoding() const
 {
-    Encoding encoding = Encoding::Raw;
-    if (!outputEncoding(&encoding)) {
-        usage(QStringLiteral("unknown --format %1").arg(value("format")));
-        return false;
+    const QString format = value("format");
+    if (format == QLatin1String("hex"))
+        return Encoding::Hex;
+    if (format == QLatin1String("base64"))
+        return Encoding::Base64;
+    if (format.isEmpty() && writesToStdout() && (json() || m_out.stdoutIsTerminal()))
+        return Encoding::Hex;
+    return Encoding::Raw;
+}
+
+bool CliContext::writeOutput(const QByteArray &bytes, const QString &field)
+{
+    return writeBytes(bytes, outputEncoding(), field);
+}
+
+bool CliContext::writeBytes(const QByteArray &bytes, Encoding encoding, const QString &field)
+{
+    if (json() && writesToStdout()) {
+        m_out.set(field, encoding == Encoding::Text     ? QString::fromUtf8(bytes)
+                         : encoding == Encoding::Base64 ? QString::fromLatin1(bytes.toBase64())
+                                                        : QString::fromLatin1(bytes.toHex()));
+        return true;
     }
-    return writeBytes(bytes, encoding);
+    const QByteArray out = encode(bytes, encoding);
+    if (writesToStdout()) {
+        m_out.bytes(out);
+        return true;
+    }
+    m_out.set(QStringLiteral("out"), value("out"));
+    m_out.set(QStringLiteral("size"), out.size());
+    return writeFile(value("out"), out);
 }
 
 QByteArray CliContext::encode(const QByteArray &bytes, Encoding encoding)
@@ -419,17 +552,12 @@ QByteArray CliContext::encode(const QByteArray &bytes, Encoding encoding)
     return bytes;
 }
 
-bool CliContext::writeBytes(const QByteArray &bytes, Encoding encoding)
-{
-    const QByteArray out = encode(bytes, encoding);
-    if (has("out"))
-        return writeFile(value("out"), out);
-    writeStd(m_capture.realStdout(), out);
-    return true;
-}
-
 bool CliContext::writeFile(const QString &path, const QByteArray &bytes)
 {
+    if (path == QLatin1String("-")) {
+        m_out.bytes(bytes);
+        return true;
+    }
     // Written over in place, then cut to length: a file rewritten with as
     // many bytes (a batch signed again) costs the file system no blocks
     // freed and allocated anew.
@@ -450,33 +578,16 @@ bool CliContext::writeFile(const QString &path, const QByteArray &bytes)
         error = errno;
     }
     if (!ok)
-        warn(QStringLiteral("cannot write %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(error))));
+        usage(QStringLiteral("cannot write %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(error))));
     return ok;
 }
 
 void CliContext::print(const QString &line)
 {
-    writeStd(m_capture.realStdout(), line.toUtf8() + '\n');
-}
-
-void CliContext::printJson(const QJsonValue &value)
-{
-    QJsonDocument doc = value.isArray() ? QJsonDocument(value.toArray()) : QJsonDocument(value.toObject());
-    writeStd(m_capture.realStdout(), doc.toJson(QJsonDocument::Indented));
-}
-
-bool CliContext::parseNumber(const QString &text, quint64 *value)
-{
-    bool ok = false;
-    const QString t = text.trimmed();
-    if (t.startsWith(QLatin1String("0x"), Qt::CaseInsensitive))
-        *value = t.mid(2).toULongLong(&ok, 16);
-    else
-        *value = t.toULongLong(&ok, 10);
-    return ok;
+    m_out.line(line);
 }
 
 void CliContext::reportMissing(const char *method)
 {
-    warn(QStringLiteral("the library offers no method %1 with these arguments").arg(QLatin1String(method)));
+    refuse(QStringLiteral("the library offers no method %1 with these arguments").arg(QLatin1String(method)));
 }

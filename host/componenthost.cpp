@@ -1,7 +1,9 @@
 #include "componenthost.h"
 
-const char *const ComponentHost::kProgId = "TWKEY.TWKey.1";
-const char *const ComponentHost::kInterfaceId = "3948311E-CB0F-4526-8D6C-8588A7C5E490";
+#include <twkey/twkey.h>
+
+const char *const ComponentHost::kProgId = TWKEY_PROG_ID;
+const char *const ComponentHost::kInterfaceId = TWKEY_INTERFACE_ID;
 
 ComponentHost::ComponentHost() = default;
 

@@ -75,16 +75,6 @@ QByteArray compactSignature(const QByteArray &bytes, bool der)
     return BlobConverter::derToCompact(bytes);
 }
 
-// False after reporting an unknown --format, before any work is done.
-bool formatKnown(CliContext &ctx)
-{
-    CliContext::Encoding encoding;
-    if (ctx.outputEncoding(&encoding))
-        return true;
-    ctx.usage(QStringLiteral("unknown --format"));
-    return false;
-}
-
 struct CipherOptions
 {
     quint64 alg = 0;
@@ -108,7 +98,7 @@ bool cipherOptions(CliContext &ctx, const char *command, const char *keyFile, Ci
     out->cbc = mode == QLatin1String("cbc");
     out->alg = out->cbc ? kSgdSm4Cbc : kSgdSm4Ecb;
     out->padding = pad == QLatin1String("pkcs5") ? 1 : 0;
-    return formatKnown(ctx);
+    return true;
 }
 
 // The 44 bytes of a BLOCKCIPHERPARAM, in the machine's byte order.
@@ -184,14 +174,15 @@ QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm
     return signature;
 }
 
-// A signature file's bytes as --format says they are written.
+// A signature file's bytes as --format says they are written; without it,
+// hex and base64 text are recognised.
 QByteArray decodedSignature(const QByteArray &bytes, const QString &format)
 {
     if (format == QLatin1String("hex"))
         return QByteArray::fromHex(bytes.trimmed());
     if (format == QLatin1String("base64"))
         return QByteArray::fromBase64(bytes.trimmed());
-    return bytes;
+    return format.isEmpty() ? BlobConverter::fromText(bytes) : bytes;
 }
 
 // Checks sig over data with the container's signing key, in the form the
@@ -234,41 +225,48 @@ int checkSignature(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm 
     return valid ? int(CliContext::Ok) : ctx.fail(QStringLiteral("the signature does not verify"));
 }
 
+// The key's container and its type once the inputs are known: 0 and the
+// exit code in *rc after a report.
+int signingContainer(CliContext &ctx, CliContext::Login login, Qt::HANDLE *handle, int *rc)
+{
+    *handle = ctx.selectedContainer(login, false, rc);
+    if (!*handle)
+        return 0;
+    const int type = ctx.containerType(*handle, rc);
+    if (type == kContainerRsa || type == kContainerSm2)
+        return type;
+    if (type >= 0)
+        *rc = ctx.fail(QStringLiteral("the container holds no key pair"));
+    return 0;
+}
+
 } // namespace
 
 int CryptoCommands::sign(CliContext &ctx)
 {
     const SignForm form(ctx);
-    const bool batch = BatchRun::wanted(ctx);
-    if (ctx.has("raw") && ctx.has("compact"))
+    if (form.raw && ctx.has("compact"))
         return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
-    if (!formatKnown(ctx))
-        return CliContext::Usage;
-    BatchRun run(ctx, BatchRun::Mode::Sign);
+    BatchRun batch(ctx, BatchRun::Mode::Sign);
     QByteArray data;
-    int rc = batch ? run.prepare() : CliContext::Ok;
-    if (rc != CliContext::Ok)
-        return rc;
-    if (!batch && !ctx.readInput(&data))
+    if (batch.wanted() ? !batch.prepare() : !ctx.readInput(&data))
         return CliContext::Usage;
-    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::User, false, &rc);
-    if (!handle)
+    Qt::HANDLE handle = nullptr;
+    int rc = CliContext::Ok;
+    const int type = signingContainer(ctx, CliContext::Login::User, &handle, &rc);
+    if (!type)
         return rc;
-    const int type = ctx.containerType(handle);
-    ctx.clearError();
     if (type == kContainerRsa && (form.der || form.noZ))
         return ctx.usage(QStringLiteral("--format der and --no-z are for SM2 signatures"));
-    if (type != kContainerRsa && type != kContainerSm2)
-        return ctx.fail(QStringLiteral("the container holds no key pair"));
-    if (!batch) {
+    if (!batch.wanted()) {
         const QByteArray signature = signData(ctx, handle, type, form, data, &rc);
-        return signature.isEmpty() ? rc : ctx.writeOutput(signature) ? CliContext::Ok : CliContext::Usage;
+        if (signature.isEmpty())
+            return rc;
+        return ctx.writeOutput(signature, QStringLiteral("signature")) ? CliContext::Ok : CliContext::Usage;
     }
     // Signature files are raw unless --format says otherwise.
-    CliContext::Encoding encoding = CliContext::Encoding::Raw;
-    if (ctx.has("format"))
-        ctx.outputEncoding(&encoding);
-    return run.run([&](const QString &input, const QString &signatureFile) {
+    const CliContext::Encoding encoding = ctx.has("format") ? ctx.outputEncoding() : CliContext::Encoding::Raw;
+    return batch.run([&](const QString &input, const QString &signatureFile) {
         QByteArray message;
         if (!ctx.readFile(input, &message))
             return int(CliContext::Usage);
@@ -284,38 +282,26 @@ int CryptoCommands::sign(CliContext &ctx)
 int CryptoCommands::verify(CliContext &ctx)
 {
     const SignForm form(ctx);
-    const bool batch = BatchRun::wanted(ctx);
-    if (!batch && !ctx.has("sig"))
-        return ctx.usage(QStringLiteral("verify --container C --sig FILE [--in FILE] [--raw] [--no-z]"));
-    const QString format = ctx.value("format", QStringLiteral("raw"));
-    const bool formatOk = format == QLatin1String("raw") || format == QLatin1String("der")
-                          || format == QLatin1String("hex") || format == QLatin1String("base64");
-    BatchRun run(ctx, BatchRun::Mode::Verify);
+    const QString format = ctx.value("format");
+    BatchRun batch(ctx, BatchRun::Mode::Verify);
+    if (!batch.wanted() && !ctx.has("sig"))
+        return ctx.usage(QStringLiteral("verify needs --sig FILE, or the files of a batch"));
     QByteArray data, sig;
-    int rc = CliContext::Ok;
-    if (batch) {
-        rc = formatOk ? run.prepare() : CliContext::Ok;
-        if (rc != CliContext::Ok)
-            return rc;
-    } else if (!ctx.readInput(&data) || !ctx.readFile(ctx.value("sig"), &sig)) {
+    if (batch.wanted() ? !batch.prepare()
+                       : !ctx.readInput(&data) || !ctx.readFile(ctx.value("sig"), &sig))
         return CliContext::Usage;
-    }
-    if (!formatOk)
-        return ctx.usage(QStringLiteral("unknown --format %1").arg(format));
-
-    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
-    if (!handle)
+    Qt::HANDLE handle = nullptr;
+    int rc = CliContext::Ok;
+    const int type = signingContainer(ctx, CliContext::Login::IfGiven, &handle, &rc);
+    if (!type)
         return rc;
-    const int type = ctx.containerType(handle);
-    if (type != kContainerRsa && type != kContainerSm2)
-        return ctx.fail(QStringLiteral("the container holds no key pair"));
-    if (!batch) {
+    if (!batch.wanted()) {
         rc = checkSignature(ctx, handle, type, form, data, decodedSignature(sig, format));
         if (rc == CliContext::Ok)
-            ctx.print(QStringLiteral("signature verified"));
+            ctx.status(QStringLiteral("signature verified"));
         return rc;
     }
-    return run.run([&](const QString &input, const QString &signatureFile) {
+    return batch.run([&](const QString &input, const QString &signatureFile) {
         QByteArray message, bytes;
         if (!ctx.readFile(input, &message) || !ctx.readFile(signatureFile, &bytes))
             return int(CliContext::Usage);
@@ -338,8 +324,6 @@ int CryptoCommands::digest(CliContext &ctx)
     const bool withKey = ctx.has("container");
     if (withKey && alg != kSgdSm3)
         return ctx.usage(QStringLiteral("--container is for SM3 with the signer's public key"));
-    if (!formatKnown(ctx))
-        return CliContext::Usage;
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
@@ -358,7 +342,7 @@ int CryptoCommands::digest(CliContext &ctx)
     QByteArray value;
     if (!tokenDigest(ctx, alg, pub, id, data, &value, &rc))
         return rc;
-    return ctx.writeOutput(value) ? CliContext::Ok : CliContext::Usage;
+    return ctx.writeOutput(value, QStringLiteral("digest")) ? CliContext::Ok : CliContext::Usage;
 }
 
 int CryptoCommands::encrypt(CliContext &ctx)

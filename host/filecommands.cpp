@@ -3,6 +3,7 @@
 #include "clicontext.h"
 
 #include <QJsonArray>
+#include <QJsonObject>
 
 namespace {
 
@@ -12,13 +13,16 @@ int list(CliContext &ctx)
     ctx.clearError();
     if (!ctx.call(ctx.key(), "enumFiles", names))
         return CliContext::Failed;
-    if (names.isEmpty() && ctx.lastError() != 0)
+    // A failed listing may leave no last error, only the library's error
+    // line: either is a failure, not an empty application.
+    if (names.isEmpty() && ctx.failedSinceClear())
         return ctx.fail(QStringLiteral("cannot list the files"));
-    if (ctx.json())
-        ctx.printJson(QJsonArray::fromStringList(names));
-    else
-        for (const QString &name : names)
-            ctx.print(name);
+    QJsonArray files;
+    for (const QString &name : qAsConst(names)) {
+        files.append(QJsonObject{{QStringLiteral("name"), name}});
+        ctx.print(name);
+    }
+    ctx.out().set(QStringLiteral("files"), files);
     return CliContext::Ok;
 }
 
@@ -29,21 +33,24 @@ int get(CliContext &ctx, const QString &name)
     // The one-argument form: the whole file from offset 0.
     if (!ctx.call(ctx.key(), "readFile", data, name))
         return CliContext::Failed;
-    if (data.isEmpty() && ctx.lastError() != 0)
+    if (data.isEmpty() && ctx.failedSinceClear())
         return ctx.fail(QStringLiteral("cannot read the file %1").arg(name));
-    return ctx.writeOutput(data) ? CliContext::Ok : CliContext::Usage;
+    return ctx.writeOutput(data, QStringLiteral("data")) ? CliContext::Ok : CliContext::Usage;
 }
 
 int put(CliContext &ctx, const QString &name)
 {
     QByteArray data;
+    int rc = CliContext::Ok;
+    if (!ctx.storableName(QStringLiteral("file"), name, &rc))
+        return rc;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
     // The package says whether files may be created before a login.
     bool needsPin = false;
     if (!ctx.call(ctx.key(), "createFileByVerifyPin", needsPin))
         return CliContext::Failed;
-    const int rc = needsPin ? ctx.login(false) : ctx.loginIfGiven();
+    rc = needsPin ? ctx.login(false) : ctx.loginIfGiven();
     if (rc != CliContext::Ok)
         return rc;
     bool ok = false;
@@ -52,7 +59,7 @@ int put(CliContext &ctx, const QString &name)
         return CliContext::Failed;
     if (!ok)
         return ctx.fail(QStringLiteral("cannot write the file %1").arg(name));
-    ctx.print(QStringLiteral("%1: %2 bytes written").arg(name).arg(data.size()));
+    ctx.status(QStringLiteral("%1: %2 bytes written").arg(name).arg(data.size()));
     return CliContext::Ok;
 }
 
@@ -67,7 +74,7 @@ int remove(CliContext &ctx, const QString &name)
         return CliContext::Failed;
     if (!ok)
         return ctx.fail(QStringLiteral("cannot delete the file %1").arg(name));
-    ctx.print(QStringLiteral("%1 deleted").arg(name));
+    ctx.status(QStringLiteral("%1 deleted").arg(name));
     return CliContext::Ok;
 }
 
@@ -129,15 +136,16 @@ int FileCommands::seal(CliContext &ctx)
                                      : ctx.call(ctx.key(), "epsReadESealData", data, index, alg);
         if (!found)
             return CliContext::Failed;
-        if (data.isEmpty() && ctx.lastError() != 0)
+        if (data.isEmpty() && ctx.failedSinceClear())
             return ctx.fail(QStringLiteral("cannot read the seal data"));
-        return ctx.writeOutput(data) ? CliContext::Ok : CliContext::Usage;
+        return ctx.writeOutput(data, QStringLiteral("sealData")) ? CliContext::Ok : CliContext::Usage;
     }
 
     QByteArray data;
     if (!ctx.readInput(&data))
         return CliContext::Usage;
-    if ((rc = ctx.openSelectedKey(CliContext::Login::IfGiven)) != CliContext::Ok)
+    // Writing the seal data takes the user PIN.
+    if ((rc = ctx.openSelectedKey(CliContext::Login::User)) != CliContext::Ok)
         return rc;
     const quint64 size = quint64(data.size());
     bool ok = false;
@@ -148,6 +156,6 @@ int FileCommands::seal(CliContext &ctx)
         return CliContext::Failed;
     if (!ok)
         return ctx.fail(QStringLiteral("cannot write the seal data"));
-    ctx.print(QStringLiteral("seal data written: %1 bytes").arg(data.size()));
+    ctx.status(QStringLiteral("seal data written: %1 bytes").arg(data.size()));
     return CliContext::Ok;
 }

@@ -1,88 +1,123 @@
 #include "skferrortext.h"
 
+#include "skf/skfapi.h"
+
 namespace {
 
 struct CodeText
 {
     uint code;
+    const char *name;
     const char *text;
 };
 
+// The names as the standard and the library declare them.
+#define ROW(code, text) {code, #code, text}
+
 const CodeText kTexts[] = {
-    {0x00000000, "success"},
-    {0x0A000001, "failed"},
-    {0x0A000002, "unexpected error"},
-    {0x0A000003, "operation not supported"},
-    {0x0A000004, "file operation error"},
-    {0x0A000005, "invalid handle"},
-    {0x0A000006, "invalid parameter"},
-    {0x0A000007, "file read error"},
-    {0x0A000008, "file write error"},
-    {0x0A000009, "name length error"},
-    {0x0A00000A, "wrong key usage"},
-    {0x0A00000B, "modulus length error"},
-    {0x0A00000C, "not initialized"},
-    {0x0A00000D, "object error"},
-    {0x0A00000E, "memory error"},
-    {0x0A00000F, "timeout"},
-    {0x0A000010, "input data length error"},
-    {0x0A000011, "input data error"},
-    {0x0A000012, "random number generation error"},
-    {0x0A000013, "hash object error"},
-    {0x0A000014, "hash error"},
-    {0x0A000015, "RSA key generation error"},
-    {0x0A000016, "RSA modulus length error"},
-    {0x0A000017, "public key import error"},
-    {0x0A000018, "RSA encryption error"},
-    {0x0A000019, "RSA decryption error"},
-    {0x0A00001A, "hash values differ"},
-    {0x0A00001B, "key not found"},
-    {0x0A00001C, "certificate not found"},
-    {0x0A00001D, "object not exportable"},
-    {0x0A00001E, "decryption padding error"},
-    {0x0A00001F, "MAC length error"},
-    {0x0A000020, "buffer too small"},
-    {0x0A000021, "wrong key type"},
-    {0x0A000022, "no event"},
-    {0x0A000023, "device removed"},
-    {0x0A000024, "PIN incorrect"},
-    {0x0A000025, "PIN locked"},
-    {0x0A000026, "PIN invalid"},
-    {0x0A000027, "PIN length out of range"},
-    {0x0A000028, "user already logged in"},
-    {0x0A000029, "user PIN not initialized"},
-    {0x0A00002A, "invalid PIN type"},
-    {0x0A00002B, "invalid application name"},
-    {0x0A00002C, "application already exists"},
-    {0x0A00002D, "user not logged in"},
-    {0x0A00002E, "application does not exist"},
-    {0x0A00002F, "file already exists"},
-    {0x0A000030, "not enough room on the key"},
-    {0x0A000031, "file does not exist"},
-    {0x0A000032, "maximum number of containers reached"},
-    {0x0B000033, "security state not satisfied"},
-    {0x0B000034, "offset beyond the end of the file"},
-    {0x0B000035, "container does not exist"},
-    {0x0B000036, "container already exists"},
-    {0x0B000037, "device authentication locked"},
-    {0x0B000038, "ECC encryption error"},
-    {0x0C000039, "PIN must have 6 to 16 characters"},
-    {0x0C00003A, "new PIN must have 6 to 16 characters"},
+    ROW(SAR_OK, "success"),
+    ROW(SAR_FAIL, "failed"),
+    ROW(SAR_UNKNOWNERR, "unexpected error"),
+    ROW(SAR_NOTSUPPORTYETERR, "operation not supported"),
+    ROW(SAR_FILEERR, "file operation error"),
+    ROW(SAR_INVALIDHANDLEERR, "invalid handle"),
+    ROW(SAR_INVALIDPARAMERR, "invalid parameter"),
+    ROW(SAR_READFILEERR, "file read error"),
+    ROW(SAR_WRITEFILEERR, "file write error"),
+    ROW(SAR_NAMELENERR, "name length error"),
+    ROW(SAR_KEYUSAGEERR, "wrong key usage"),
+    ROW(SAR_MODULUSLENERR, "modulus length error"),
+    ROW(SAR_NOTINITIALIZEERR, "not initialized"),
+    ROW(SAR_OBJERR, "object error"),
+    ROW(SAR_MEMORYERR, "memory error"),
+    ROW(SAR_TIMEOUTERR, "timeout"),
+    ROW(SAR_INDATALENERR, "input data length error"),
+    ROW(SAR_INDATAERR, "input data error"),
+    ROW(SAR_GENRANDERR, "random number generation error"),
+    ROW(SAR_HASHOBJERR, "hash object error"),
+    ROW(SAR_HASHERR, "hash error"),
+    ROW(SAR_GENRSAKEYERR, "RSA key generation error"),
+    ROW(SAR_RSAMODULUSLENERR, "RSA modulus length error"),
+    ROW(SAR_CSPIMPRTPUBKEYERR, "public key import error"),
+    ROW(SAR_RSAENCERR, "RSA encryption error"),
+    ROW(SAR_RSADECERR, "RSA decryption error"),
+    ROW(SAR_HASHNOTEQUALERR, "hash values differ"),
+    ROW(SAR_KEYNOTFOUNTERR, "key not found"),
+    ROW(SAR_CERTNOTFOUNTERR, "certificate not found"),
+    ROW(SAR_NOTEXPORTERR, "object not exportable"),
+    ROW(SAR_DECRYPTPADERR, "decryption padding error"),
+    ROW(SAR_MACLENERR, "MAC length error"),
+    ROW(SAR_BUFFER_TOO_SMALL, "buffer too small"),
+    ROW(SAR_KEYINFOTYPEERR, "wrong key type"),
+    ROW(SAR_NOT_EVENTERR, "no event"),
+    ROW(SAR_DEVICE_REMOVED, "device removed"),
+    ROW(SAR_PIN_INCORRECT, "PIN incorrect"),
+    ROW(SAR_PIN_LOCKED, "PIN locked"),
+    ROW(SAR_PIN_INVALID, "PIN invalid"),
+    ROW(SAR_PIN_LEN_RANGE, "PIN length out of range"),
+    ROW(SAR_USER_ALREADY_LOGGED_IN, "user already logged in"),
+    ROW(SAR_USER_PIN_NOT_INITIALIZED, "user PIN not initialized"),
+    ROW(SAR_USER_TYPE_INVALID, "invalid PIN type"),
+    ROW(SAR_APPLICATION_NAME_INVALID, "invalid application name"),
+    ROW(SAR_APPLICATION_EXISTS, "application already exists"),
+    ROW(SAR_USER_NOT_LOGGED_IN, "user not logged in"),
+    ROW(SAR_APPLICATION_NOT_EXISTS, "application does not exist"),
+    ROW(SAR_FILE_ALREADY_EXIST, "file already exists"),
+    ROW(SAR_NO_ROOM, "not enough room on the key"),
+    ROW(SAR_FILE_NOT_EXIST, "file does not exist"),
+    ROW(SAR_REACH_MAX_CONTAINER_COUNT, "maximum number of containers reached"),
+    ROW(TW_ERR_SECURITY_STATE, "security state not satisfied"),
+    ROW(TW_ERR_OFFSET_BEYOND_FILE, "offset beyond the end of the file"),
+    ROW(TW_ERR_CONTAINER_NOT_EXIST, "container does not exist"),
+    ROW(TW_ERR_CONTAINER_EXISTS, "container already exists"),
+    ROW(TW_ERR_DEVAUTH_LOCKED, "device authentication locked"),
+    ROW(TW_ERR_ECC_ENCRYPT, "ECC encryption error"),
+    ROW(TW_ERR_OLD_PIN_LEN, "PIN must have 6 to 16 characters"),
+    ROW(TW_ERR_NEW_PIN_LEN, "new PIN must have 6 to 16 characters"),
 };
+
+#undef ROW
+
+const CodeText *find(uint code)
+{
+    for (const CodeText &entry : kTexts) {
+        if (entry.code == code)
+            return &entry;
+    }
+    return nullptr;
+}
+
+QString hex(uint code)
+{
+    return QStringLiteral("0x") + QStringLiteral("%1").arg(code, 8, 16, QLatin1Char('0')).toUpper();
+}
 
 } // namespace
 
 QString SkfErrorText::text(uint code)
 {
-    for (const CodeText &entry : kTexts) {
-        if (entry.code == code)
-            return QString::fromLatin1(entry.text);
-    }
-    return QStringLiteral("unknown error");
+    const CodeText *entry = find(code);
+    return entry ? QString::fromLatin1(entry->text) : QStringLiteral("unknown error");
+}
+
+QString SkfErrorText::name(uint code)
+{
+    const CodeText *entry = find(code);
+    return entry ? QString::fromLatin1(entry->name) : QString();
 }
 
 QString SkfErrorText::line(uint code)
 {
-    const QString hex = QStringLiteral("%1").arg(code, 8, 16, QLatin1Char('0')).toUpper();
-    return QStringLiteral("error 0x%1: %2").arg(hex, text(code));
+    const QString symbol = name(code);
+    return QStringLiteral("error %1%2: %3").arg(hex(code), symbol.isEmpty() ? QString() : QLatin1Char(' ') + symbol, text(code));
+}
+
+QJsonObject SkfErrorText::json(uint code)
+{
+    if (code == 0)
+        return QJsonObject();
+    return QJsonObject{{QStringLiteral("code"), qint64(code)},
+                       {QStringLiteral("hex"), hex(code)},
+                       {QStringLiteral("name"), name(code)},
+                       {QStringLiteral("text"), text(code)}};
 }

@@ -4,6 +4,7 @@
 #ifndef TWHOST_SKFERRORTEXT_H
 #define TWHOST_SKFERRORTEXT_H
 
+#include <QJsonObject>
 #include <QString>
 
 class SkfErrorText
@@ -11,8 +12,12 @@ class SkfErrorText
 public:
     // The text for a code, or "unknown error" for a code without one.
     static QString text(uint code);
-    // "error 0x0A000024: PIN incorrect"
+    // The symbolic name, SAR_PIN_INCORRECT; empty for a code without one.
+    static QString name(uint code);
+    // "error 0x0A000024 SAR_PIN_INCORRECT: PIN incorrect"
     static QString line(uint code);
+    // The code, its hex form, name and text; empty for 0.
+    static QJsonObject json(uint code);
 };
 
 #endif

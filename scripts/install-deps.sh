@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages the build, the tests and the demo need,
-# and only those that are missing.
+# and only those that are missing. With "deb": also what `make deb` needs.
 set -euo pipefail
 pkgs=(make g++ cmake pkg-config qtbase5-dev libqt5xml5 libquazip1-qt5-dev zlib1g-dev
-      libssl-dev openssl libbenchmark-dev zip unzip ca-certificates)
+      libssl-dev openssl libbenchmark-dev zip unzip ca-certificates man-db)
+if [ "${1:-}" = deb ]; then
+  pkgs+=(dpkg-dev file lintian)
+fi
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -1,278 +1,248 @@
 // softtoken: makes and drives the software token's devices in a store.
 // A thin command line over SoftTokenEngine.
+#include "commandline.h"
 #include "softtokenengine.h"
 
+#include <QCoreApplication>
 #include <QFile>
-#include <QStringList>
-
-#include <cstdio>
-#include <functional>
 
 namespace {
 
-const char kUsage[] =
-    "usage: softtoken [--store DIR] COMMAND ...\n"
-    "\n"
-    "  init NAME [--serial SN] [--label L] [--manufacturer M] [--issuer I]\n"
-    "            [--admin-pin P] [--user-pin P] [--admin-retries N] [--user-retries N]\n"
-    "            [--app APP] [--total-space BYTES] [--container CNAME[:sm2|:rsa[:1024|2048]]]...\n"
-    "            [--profile standard|wg]\n"
-    "  list\n"
-    "  show NAME\n"
-    "  remove NAME\n"
-    "  insert NAME\n"
-    "  fault NAME FUNCTION CODE [--times N]\n"
-    "  fault NAME FUNCTION --size-lie DELTA [--times N]\n"
-    "  clear-faults NAME\n"
-    "  file-write NAME FILE --from PATH [--app APP]\n"
-    "  delete NAME\n"
-    "\n"
-    "The store is DIR, else $SOFTTOKEN_STORE, else $XDG_DATA_HOME/twkey/softtoken,\n"
-    "else ~/.local/share/twkey/softtoken.\n";
+enum Exit { Ok = 0, Failed = 1 };
 
-enum Exit { Ok = 0, Failed = 1, BadUsage = 2 };
-
-int usageError(const QString &message)
+int failure(CommandLine &line, const QString &message)
 {
-    std::fprintf(stderr, "softtoken: %s\n\n%s", qPrintable(message), kUsage);
-    return BadUsage;
+    return line.output().error(Failed, message);
 }
 
-int failure(const QString &message)
-{
-    std::fprintf(stderr, "softtoken: %s\n", qPrintable(message));
-    return Failed;
-}
-
-bool parseInt(const QString &text, int base, qint64 *out)
+// A decimal number option within [low, high]; false after the report.
+bool numberOption(CommandLine &line, const char *name, qint64 low, qint64 high, qint64 *value, int *rc)
 {
     bool ok = false;
-    QString t = text;
-    if (base == 16 && (t.startsWith(QLatin1String("0x")) || t.startsWith(QLatin1String("0X"))))
-        t = t.mid(2);
-    *out = t.toLongLong(&ok, base);
-    return ok;
+    *value = line.value(name).toLongLong(&ok, 10);
+    if (ok && *value >= low && *value <= high)
+        return true;
+    *rc = line.usage(QStringLiteral("--%1 needs a number from %2 to %3").arg(QLatin1String(name)).arg(low).arg(high));
+    return false;
 }
 
-// Options after the positional words: "--name value" pairs, some repeatable.
-class Options
+// The one device name a command takes.
+bool deviceName(CommandLine &line, QString *name, int *rc)
 {
-public:
-    bool parse(const QStringList &args, const QStringList &known, QString *error)
-    {
-        for (int i = 0; i < args.size(); ++i) {
-            const QString &a = args.at(i);
-            if (!a.startsWith(QLatin1String("--"))) {
-                m_words.append(a);
-                continue;
-            }
-            if (!known.contains(a)) {
-                *error = QStringLiteral("unknown option %1").arg(a);
-                return false;
-            }
-            if (i + 1 >= args.size()) {
-                *error = QStringLiteral("option %1 needs a value").arg(a);
-                return false;
-            }
-            m_values.append(qMakePair(a, args.at(++i)));
-        }
+    if (line.args().size() == 1) {
+        *name = line.args().first();
         return true;
     }
-    const QStringList &words() const { return m_words; }
-    bool has(const QString &name) const { return !all(name).isEmpty(); }
-    QString value(const QString &name) const { return all(name).value(0); }
-    QStringList all(const QString &name) const
-    {
-        QStringList out;
-        for (const auto &p : m_values)
-            if (p.first == name)
-                out.append(p.second);
-        return out;
-    }
-    bool once(const QStringList &names, QString *error) const
-    {
-        for (const QString &n : names)
-            if (all(n).size() > 1) {
-                *error = QStringLiteral("option %1 given twice").arg(n);
-                return false;
-            }
-        return true;
-    }
+    *rc = line.usage(QStringLiteral("%1 takes one device name").arg(QLatin1String(line.command()->name)));
+    return false;
+}
 
-private:
-    QStringList m_words;
-    QList<QPair<QString, QString>> m_values;
-};
-
-int cmdInit(SoftTokenEngine &engine, const QStringList &args)
+int cmdInit(CommandLine &line)
 {
-    const QStringList single{"--serial", "--label", "--manufacturer", "--issuer", "--admin-pin", "--user-pin",
-                             "--admin-retries", "--user-retries", "--app", "--total-space", "--profile"};
-    Options o;
-    QString error;
-    if (!o.parse(args, single + QStringList{"--container"}, &error) || !o.once(single, &error))
-        return usageError(error);
-    if (o.words().size() != 1)
-        return usageError(QStringLiteral("init takes one device name"));
+    QString name;
+    int rc = Ok;
+    if (!deviceName(line, &name, &rc))
+        return rc;
+    SoftTokenEngine engine(line.value("store"));
     SoftTokenEngine::DeviceOptions opt;
-    opt.name = o.words().first();
-    opt.serial = o.value("--serial");
-    opt.label = o.value("--label");
-    if (o.has("--manufacturer"))
-        opt.manufacturer = o.value("--manufacturer");
-    if (o.has("--issuer"))
-        opt.issuer = o.value("--issuer");
-    if (o.has("--admin-pin"))
-        opt.adminPin = o.value("--admin-pin");
-    if (o.has("--user-pin"))
-        opt.userPin = o.value("--user-pin");
-    if (o.has("--app"))
-        opt.app = o.value("--app");
-    if (o.has("--profile"))
-        opt.profile = o.value("--profile");
+    opt.name = name;
+    opt.serial = line.value("serial");
+    opt.label = line.value("label");
+    opt.manufacturer = line.value("manufacturer", opt.manufacturer);
+    opt.issuer = line.value("issuer", opt.issuer);
+    opt.adminPin = line.value("admin-pin", opt.adminPin);
+    opt.userPin = line.value("user-pin", opt.userPin);
+    opt.app = line.value("app", opt.app);
+    opt.profile = line.value("profile", opt.profile);
     qint64 n = 0;
-    if (o.has("--admin-retries")) {
-        if (!parseInt(o.value("--admin-retries"), 10, &n))
-            return usageError(QStringLiteral("--admin-retries needs a number"));
+    if (line.isSet("admin-retries")) {
+        if (!numberOption(line, "admin-retries", 1, 15, &n, &rc))
+            return rc;
         opt.adminRetries = int(n);
     }
-    if (o.has("--user-retries")) {
-        if (!parseInt(o.value("--user-retries"), 10, &n))
-            return usageError(QStringLiteral("--user-retries needs a number"));
+    if (line.isSet("user-retries")) {
+        if (!numberOption(line, "user-retries", 1, 15, &n, &rc))
+            return rc;
         opt.userRetries = int(n);
     }
-    if (o.has("--total-space")) {
-        if (!parseInt(o.value("--total-space"), 10, &n) || n < 1024 || n > 0x7FFFFFFF)
-            return usageError(QStringLiteral("--total-space needs a number of bytes from 1024 on"));
+    if (line.isSet("total-space")) {
+        if (!numberOption(line, "total-space", 1024, 0x7FFFFFFF, &n, &rc))
+            return rc;
         opt.totalSpace = quint32(n);
     }
-    for (const QString &c : o.all("--container")) {
+    for (const QString &c : line.values("container")) {
         SoftTokenEngine::ContainerSetup setup;
+        QString error;
         if (!SoftTokenEngine::ContainerSetup::parse(c, &setup, &error))
-            return usageError(error);
+            return line.usage(error);
         opt.containers.append(setup);
     }
     if (!engine.createDevice(opt))
-        return failure(engine.lastError());
-    std::printf("created %s in %s\n", qPrintable(opt.name), qPrintable(engine.storeDir()));
+        return failure(line, engine.lastError());
+    line.output().status(QStringLiteral("created %1 in %2").arg(opt.name, engine.storeDir()));
+    if (opt.containers.isEmpty())
+        line.output().warn(QStringLiteral("%1 has no container: a host opens a token through a container, so it "
+                                          "will not see this one (give --container NAME)")
+                               .arg(opt.name));
     return Ok;
 }
 
-int cmdFault(SoftTokenEngine &engine, const QStringList &args)
+int cmdFault(CommandLine &line)
 {
-    Options o;
-    QString error;
-    if (!o.parse(args, {"--times", "--size-lie"}, &error) || !o.once({"--times", "--size-lie"}, &error))
-        return usageError(error);
-    const bool lie = o.has("--size-lie");
-    if (o.words().size() != (lie ? 2 : 3))
-        return usageError(lie ? QStringLiteral("fault NAME FUNCTION --size-lie DELTA takes no code")
+    const bool lie = line.isSet("size-lie");
+    const QStringList &words = line.args();
+    if (words.size() != (lie ? 2 : 3))
+        return line.usage(lie ? QStringLiteral("fault NAME FUNCTION --size-lie DELTA takes no code")
                               : QStringLiteral("fault takes NAME FUNCTION CODE"));
-    const QString device = o.words().at(0), function = o.words().at(1);
+    SoftTokenEngine engine(line.value("store"));
     qint64 times = SoftTokenEngine::UntilCleared;
-    if (o.has("--times") && (!parseInt(o.value("--times"), 10, &times) || times < 1 || times > 1000000))
-        return usageError(QStringLiteral("--times needs a positive number"));
+    int rc = Ok;
+    if (line.isSet("times") && !numberOption(line, "times", 1, 1000000, &times, &rc))
+        return rc;
     bool done;
     if (lie) {
         qint64 delta = 0;
-        if (!parseInt(o.value("--size-lie"), 10, &delta) || delta < -65536 || delta > 65536)
-            return usageError(QStringLiteral("--size-lie needs a number of bytes, such as 8 or -4"));
-        done = engine.setSizeLie(device, function, qint32(delta), int(times));
+        if (!numberOption(line, "size-lie", -65536, 65536, &delta, &rc))
+            return rc;
+        done = engine.setSizeLie(words.at(0), words.at(1), qint32(delta), int(times));
     } else {
-        qint64 code = 0;
-        if (!parseInt(o.words().at(2), 16, &code) || code < 0 || code > 0xFFFFFFFFLL)
-            return usageError(QStringLiteral("bad code '%1': give it in hex, such as 0x0A000023").arg(o.words().at(2)));
-        done = engine.setFault(device, function, quint32(code), int(times));
+        // Hexadecimal only after 0x, as everywhere on this command line.
+        quint64 code = 0;
+        if (!CommandLine::parseNumber(words.at(2), &code) || code > 0xFFFFFFFFULL)
+            return line.usage(QStringLiteral("bad code '%1': give it in hex after 0x, such as 0x0A000023, or in "
+                                             "decimal")
+                                  .arg(words.at(2)));
+        done = engine.setFault(words.at(0), words.at(1), quint32(code), int(times));
     }
-    return done ? Ok : failure(engine.lastError());
+    return done ? Ok : failure(line, engine.lastError());
 }
 
-int cmdFileWrite(SoftTokenEngine &engine, const QStringList &args)
+int cmdFileWrite(CommandLine &line)
 {
-    Options o;
-    QString error;
-    if (!o.parse(args, {"--from", "--app"}, &error) || !o.once({"--from", "--app"}, &error))
-        return usageError(error);
-    if (o.words().size() != 2 || !o.has("--from"))
-        return usageError(QStringLiteral("file-write takes NAME FILE --from PATH"));
-    QFile from(o.value("--from"));
+    if (line.args().size() != 2)
+        return line.usage(QStringLiteral("file-write takes NAME FILE --from PATH"));
+    QFile from(line.value("from"));
     if (!from.open(QIODevice::ReadOnly))
-        return failure(QStringLiteral("cannot read %1: %2").arg(from.fileName(), from.errorString()));
+        return failure(line, QStringLiteral("cannot read %1: %2").arg(from.fileName(), from.errorString()));
     const QByteArray bytes = from.readAll();
-    if (!engine.writeFile(o.words().at(0), o.words().at(1), bytes, o.value("--app")))
-        return failure(engine.lastError());
-    std::printf("wrote %d bytes to %s\n", bytes.size(), qPrintable(o.words().at(1)));
+    SoftTokenEngine engine(line.value("store"));
+    if (!engine.writeFile(line.args().at(0), line.args().at(1), bytes, line.value("app")))
+        return failure(line, engine.lastError());
+    line.output().status(QStringLiteral("wrote %1 bytes to %2").arg(bytes.size()).arg(line.args().at(1)));
     return Ok;
 }
 
-int oneName(const QStringList &args, const char *command, QString *name)
+int cmdList(CommandLine &line)
 {
-    if (args.size() != 1)
-        return usageError(QStringLiteral("%1 takes one device name").arg(QLatin1String(command)));
-    *name = args.first();
+    SoftTokenEngine engine(line.value("store"));
+    for (const SoftTokenEngine::DeviceSummary &d : engine.listDevices())
+        line.output().line(QStringLiteral("%1\t%2\t%3").arg(d.name, d.serial, d.present ? "present" : "removed"));
     return Ok;
 }
+
+int cmdShow(CommandLine &line)
+{
+    QString name;
+    int rc = Ok;
+    if (!deviceName(line, &name, &rc))
+        return rc;
+    SoftTokenEngine engine(line.value("store"));
+    const QByteArray json = engine.showJson(name);
+    if (json.isEmpty())
+        return failure(line, engine.lastError());
+    line.output().bytes(json);
+    return Ok;
+}
+
+// The commands that take one device name and do one thing to it.
+template <bool (SoftTokenEngine::*Action)(const QString &)>
+int onDevice(CommandLine &line)
+{
+    QString name;
+    int rc = Ok;
+    if (!deviceName(line, &name, &rc))
+        return rc;
+    SoftTokenEngine engine(line.value("store"));
+    return (engine.*Action)(name) ? Ok : failure(line, engine.lastError());
+}
+
+const CliProgram kSofttoken{
+    "softtoken",
+    SOFTTOKEN_VERSION,
+    "make and drive the devices of the software token",
+    "softtoken makes and drives the devices of the software token in a store: a folder, one sub-folder per "
+    "device. The store is --store DIR, else $SOFTTOKEN_STORE, else $XDG_DATA_HOME/twkey/softtoken, else "
+    "~/.local/share/twkey/softtoken. Hosts reach the devices through the token's libraries.\n"
+    "Options take their value as the next word or after '=' (--label=name). Numbers are decimal; the code "
+    "of a fault may also be hexadecimal after 0x.",
+    "store",
+    {
+        {"store", "DIR", "the store"},
+        {"serial", "SN", "the serial number (default: STK and 18 random hex digits, unique in the store)"},
+        {"label", "LABEL", "the label (default: the device's name)"},
+        {"manufacturer", "TEXT", "the manufacturer (default: Software Token)"},
+        {"issuer", "TEXT", "the issuer (default: Software Token)"},
+        {"admin-pin", "PIN", "the administrator PIN, 6 to 16 bytes (default 88888888)"},
+        {"user-pin", "PIN", "the user PIN, 6 to 16 bytes (default 12345678)"},
+        {"admin-retries", "N", "tries of the administrator PIN, 1 to 15 (default 10)"},
+        {"user-retries", "N", "tries of the user PIN, 1 to 15 (default 6)"},
+        {"app", "APP", "the application (init: default TW_APP; file-write: default the first one)"},
+        {"total-space", "BYTES", "the space of the device, from 1024 (default 262144)"},
+        {"container", "CNAME[:sm2|:rsa[:1024|2048]]",
+         "a container, empty or with a signing and an encryption key pair (RSA 2048 unless 1024 is given); "
+         "repeatable"},
+        {"profile", "standard|wg", "how the token answers (default standard)"},
+        {"times", "N", "the number of calls the fault hits (default: until cleared)"},
+        {"size-lie", "DELTA", "make the function report sizes DELTA bytes off what it fills"},
+        {"from", "FILE", "the file whose bytes are written"},
+    },
+    {},
+    {
+        {"init", "NAME",
+         "serial label manufacturer issuer admin-pin user-pin admin-retries user-retries app total-space container* "
+         "profile",
+         "make a device, present",
+         "Make a device, present. A host opens a token through a container, so a device without --container "
+         "is one no host sees; init warns of that.",
+         cmdInit},
+        {"list", "", "", "list the devices", "One line per device: name, serial number, present or removed.",
+         cmdList},
+        {"show", "NAME", "", "show a device as JSON",
+         "The device as JSON: info with free space, presence, each application's PIN counters, files, "
+         "containers, seal data size, indexed keys, and the fault plan.",
+         cmdShow},
+        {"remove", "NAME", "", "pull a device out", "Pull the device out.",
+         onDevice<&SoftTokenEngine::removeDevice>},
+        {"insert", "NAME", "", "put a device back", "Put the device back.", onDevice<&SoftTokenEngine::insertDevice>},
+        {"fault", "NAME FUNCTION CODE", "times size-lie", "make a function fail",
+         "FUNCTION returns CODE for the next --times calls, or until cleared. CODE is hexadecimal after 0x "
+         "(0x0A000023), decimal otherwise. With --size-lie DELTA instead of a code, FUNCTION reports sizes "
+         "DELTA bytes off what it fills.",
+         cmdFault},
+        {"clear-faults", "NAME", "", "empty the fault plan", "Empty the device's fault plan.",
+         onDevice<&SoftTokenEngine::clearFaults>},
+        {"file-write", "NAME FILE", "from! app", "give a file bytes",
+         "Give the file (made if missing, rights 0xFF) exactly the bytes of --from, in --app or the first "
+         "application.",
+         cmdFileWrite},
+        {"delete", "NAME", "", "remove a device from the store", "Remove the device from the store.",
+         onDevice<&SoftTokenEngine::deleteDevice>},
+        {"help", "[COMMAND]", "", "tell about softtoken or one command", "Tell about softtoken, or one command.",
+         nullptr},
+    },
+    {
+        {"Exit status", "0 done; 1 the operation failed (no such device, a device that exists, a bad PIN "
+                        "length); 2 bad usage. The message goes to standard error."},
+        {"See also", "twkey(1)"},
+    },
+    nullptr,
+};
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    QStringList args;
-    for (int i = 1; i < argc; ++i)
-        args.append(QString::fromLocal8Bit(argv[i]));
-    QString store;
-    for (int i = 0; i < args.size(); ++i) {
-        if (args.at(i) != QLatin1String("--store"))
-            continue;
-        if (i + 1 >= args.size())
-            return usageError(QStringLiteral("--store needs a directory"));
-        store = args.at(i + 1);
-        args.erase(args.begin() + i, args.begin() + i + 2);
-        break;
-    }
-    if (args.isEmpty())
-        return usageError(QStringLiteral("no command given"));
-    const QString command = args.takeFirst();
-    if (command == QLatin1String("help") || command == QLatin1String("--help")) {
-        std::fputs(kUsage, stdout);
-        return Ok;
-    }
-    SoftTokenEngine engine(store);
-
-    if (command == QLatin1String("init"))
-        return cmdInit(engine, args);
-    if (command == QLatin1String("fault"))
-        return cmdFault(engine, args);
-    if (command == QLatin1String("file-write"))
-        return cmdFileWrite(engine, args);
-    if (command == QLatin1String("list")) {
-        if (!args.isEmpty())
-            return usageError(QStringLiteral("list takes no arguments"));
-        for (const SoftTokenEngine::DeviceSummary &d : engine.listDevices())
-            std::printf("%s\t%s\t%s\n", qPrintable(d.name), qPrintable(d.serial), d.present ? "present" : "removed");
-        return Ok;
-    }
-
-    using Action = std::function<bool(const QString &)>;
-    const QList<QPair<QString, Action>> simple{
-        {"remove", [&](const QString &n) { return engine.removeDevice(n); }},
-        {"insert", [&](const QString &n) { return engine.insertDevice(n); }},
-        {"delete", [&](const QString &n) { return engine.deleteDevice(n); }},
-        {"clear-faults", [&](const QString &n) { return engine.clearFaults(n); }},
-        {"show", [&](const QString &n) {
-             const QByteArray json = engine.showJson(n);
-             std::fwrite(json.constData(), 1, size_t(json.size()), stdout);
-             return !json.isEmpty();
-         }},
-    };
-    for (const auto &entry : simple) {
-        if (entry.first != command)
-            continue;
-        QString name;
-        const int rc = oneName(args, qPrintable(command), &name);
-        if (rc != Ok)
-            return rc;
-        return entry.second(name) ? Ok : failure(engine.lastError());
-    }
-    return usageError(QStringLiteral("unknown command '%1'").arg(command));
+    QCoreApplication app(argc, argv);
+    CommandLine line(kSofttoken);
+    return line.exec(app.arguments());
 }

@@ -43,6 +43,17 @@ bool CipherKey::ivFrom(const BYTE *iv, ULONG ivLen, QByteArray *out)
     return true;
 }
 
+ULONG CipherKey::readParam(const BLOCKCIPHERPARAM &param, QByteArray *iv, bool *padding)
+{
+    if (param.IVLen > MAX_IV_LEN || !ivFrom(param.IV, param.IVLen, iv)
+        || (param.PaddingType != SKF_NO_PADDING && param.PaddingType != SKF_PKCS5_PADDING))
+        return SAR_INVALIDPARAMERR;
+    if (param.FeedBitLen != 0 && param.FeedBitLen != TokenCrypto::Sm4BlockSize * 8)
+        return SAR_NOTSUPPORTYETERR;
+    *padding = param.PaddingType == SKF_PKCS5_PADDING;
+    return SAR_OK;
+}
+
 void CipherKey::reset()
 {
     EVP_CIPHER_CTX_free(m_ctx);
@@ -58,13 +69,14 @@ ULONG CipherKey::init(bool encrypt, const BLOCKCIPHERPARAM &param)
     if (!mode(m_algId, &m))
         return SAR_KEYUSAGEERR; // a MAC key
     QByteArray iv;
-    if (param.IVLen > MAX_IV_LEN || !ivFrom(param.IV, param.IVLen, &iv)
-        || (param.PaddingType != SKF_NO_PADDING && param.PaddingType != SKF_PKCS5_PADDING))
-        return SAR_INVALIDPARAMERR;
+    bool padding = false;
+    const ULONG rv = readParam(param, &iv, &padding);
+    if (rv != SAR_OK)
+        return rv;
     reset();
     m_blockMode = m == TokenCrypto::Sm4Ecb || m == TokenCrypto::Sm4Cbc;
     // Stream modes need no padding and take none.
-    m_padding = m_blockMode && param.PaddingType == SKF_PKCS5_PADDING;
+    m_padding = m_blockMode && padding;
     m_ctx = EVP_CIPHER_CTX_new();
     if (!m_ctx
         || EVP_CipherInit_ex(m_ctx, static_cast<const EVP_CIPHER *>(TokenCrypto::sm4Cipher(m)), nullptr,

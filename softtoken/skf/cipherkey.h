@@ -25,6 +25,10 @@ public:
     static bool mode(ULONG algId, TokenCrypto::Sm4Mode *out);
     // IVLen 0 stands for a zero IV; otherwise 16 bytes.
     static bool ivFrom(const BYTE *iv, ULONG ivLen, QByteArray *out);
+    // The IV and the padding of a cipher or MAC parameter. The feedback
+    // width is SM4's block (128 bits, or 0 for that); other widths would
+    // need a cipher mode this token does not have.
+    static ULONG readParam(const BLOCKCIPHERPARAM &param, QByteArray *iv, bool *padding);
 
     ULONG algId() const { return m_algId; }
     const QByteArray &key() const { return m_key; }

@@ -418,7 +418,8 @@ SKF_EXPORT ULONG SKF_GenECCKeyPair(HCONTAINER hContainer, ULONG ulAlgId, ECCPUBL
         return rv;
     if (!pBlob)
         return SAR_INVALIDPARAMERR;
-    if (ulAlgId != SGD_SM2_1)
+    // Clients name an SM2 signing key by either of these two identifiers.
+    if (ulAlgId != SGD_SM2_1 && ulAlgId != SGD_SM2_2)
         return SAR_NOTSUPPORTYETERR;
     DeviceData::KeyPair kp;
     kp.alg = DeviceData::Sm2;

@@ -244,12 +244,14 @@ SKF_EXPORT ULONG SKF_MacInit(HANDLE hKey, BLOCKCIPHERPARAM *pMacParam, HANDLE *p
     const ULONG rv = call.key(hKey, &key);
     if (rv != SAR_OK)
         return rv;
-    QByteArray iv;
-    if (!pMacParam || !phMac || pMacParam->IVLen > MAX_IV_LEN || !CipherKey::ivFrom(pMacParam->IV, pMacParam->IVLen, &iv)
-        || (pMacParam->PaddingType != SKF_NO_PADDING && pMacParam->PaddingType != SKF_PKCS5_PADDING))
+    if (!pMacParam || !phMac)
         return SAR_INVALIDPARAMERR;
-    *phMac = HandleRegistry::instance().add(std::make_unique<MacObject>(
-        key->connection(), key->key(), iv, pMacParam->PaddingType == SKF_PKCS5_PADDING));
+    QByteArray iv;
+    bool padding = false;
+    const ULONG checked = CipherKey::readParam(*pMacParam, &iv, &padding);
+    if (checked != SAR_OK)
+        return checked;
+    *phMac = HandleRegistry::instance().add(std::make_unique<MacObject>(key->connection(), key->key(), iv, padding));
     return SAR_OK;
 }
 

@@ -6,8 +6,11 @@
 #include "hashobject.h"
 #include "macobject.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
+#include <dlfcn.h>
 #include <string.h>
 
 namespace {
@@ -35,6 +38,25 @@ QString &rootOverride()
 {
     static QString *root = new QString;
     return *root;
+}
+
+// A package may give its token a store of its own: the first line of
+// "softtoken.store" beside this library, relative to the library's folder.
+// Read once: the library does not move.
+QString storeBesideLibrary()
+{
+    static const QString root = [] {
+        Dl_info info{};
+        if (!dladdr(reinterpret_cast<void *>(&storeBesideLibrary), &info) || !info.dli_fname)
+            return QString();
+        const QDir dir = QFileInfo(QFile::decodeName(info.dli_fname)).absoluteDir();
+        QFile file(dir.filePath(QStringLiteral("softtoken.store")));
+        if (!file.open(QIODevice::ReadOnly))
+            return QString();
+        const QString line = QString::fromUtf8(file.readLine(4096)).trimmed();
+        return line.isEmpty() ? QString() : QDir::cleanPath(dir.absoluteFilePath(line));
+    }();
+    return root;
 }
 
 template <class T>
@@ -69,7 +91,10 @@ SkfCall::~SkfCall()
 QString SkfCall::storeRoot()
 {
     std::lock_guard<std::mutex> lock(rootMutex());
-    return rootOverride().isEmpty() ? DeviceStore::defaultRoot() : rootOverride();
+    if (!rootOverride().isEmpty())
+        return rootOverride();
+    const QString beside = storeBesideLibrary();
+    return beside.isEmpty() ? DeviceStore::defaultRoot() : beside;
 }
 
 void SkfCall::setStoreRoot(const QString &root)

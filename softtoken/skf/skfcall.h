@@ -39,7 +39,8 @@ public:
     SkfCall(const SkfCall &) = delete;
     SkfCall &operator=(const SkfCall &) = delete;
 
-    // The store this library serves: the one set by setStoreRoot, else
+    // The store this library serves: the one set by setStoreRoot, else the
+    // one "softtoken.store" beside the library names, else
     // DeviceStore::defaultRoot(), read anew at each call.
     static QString storeRoot();
     static void setStoreRoot(const QString &root);

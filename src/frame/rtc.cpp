@@ -1,5 +1,9 @@
 #include "rtc.h"
 
+// The published declarations: a host's header that drifted from these
+// entry points would not compile here.
+#include <twkey/twkey.h>
+
 #include <QObject>
 #include <QRecursiveMutex>
 
@@ -17,10 +21,10 @@ TWSignatureCoreAgent *s_coreagent = nullptr;
 
 namespace {
 
-const char kProgId[] = "TWKEY.TWKey.1";
-const char kInterfaceId[] = "3948311E-CB0F-4526-8D6C-8588A7C5E490";
+const char kProgId[] = TWKEY_PROG_ID;
+const char kInterfaceId[] = TWKEY_INTERFACE_ID;
 const char kVersion[] = "V10.0.0.4";
-const int kVersionLength = 9;
+const int kVersionLength = TWKEY_VERSION_TEXT_LENGTH;
 
 } // namespace
 

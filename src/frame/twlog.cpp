@@ -44,8 +44,8 @@ void error(const char *function, int lineNo, const QString &message)
 void entryDebug(const char *function, int lineNo, const QString &message)
 {
     if (TWSignatureCoreAgent *core = getSignatureCore()) {
-        const QString location = QStringLiteral("rtc:%1:%2").arg(QLatin1String(function)).arg(lineNo);
-        core->logDebug(QStringLiteral("[%1]%2").arg(location, message));
+        core->logDebug(QLatin1String("[rtc:") + QLatin1String(function) + QLatin1Char(':') + QString::number(lineNo)
+                       + QLatin1Char(']') + message);
     }
 }
 

@@ -178,7 +178,8 @@ quint64 KeyObjectTWF::GetPINInfo(quint64, quint64)
 // No file attributes to ask: the size comes from a read without a buffer.
 QByteArray KeyObjectTWF::readFile(QString fileName, quint64 ulOffset, quint64 ulSize)
 {
-    TW_LOG(QStringLiteral(" fileName: %1,%2,%3").arg(fileName).arg(ulOffset).arg(ulSize));
+    TW_LOG(QLatin1String(" fileName: ") + fileName + QLatin1Char(',') + QString::number(ulOffset) + QLatin1Char(',')
+           + QString::number(ulSize));
     if (SKF_REFUSED({!m_api->ready(), SAR_USER_NOT_LOGGED_IN, kAppIsNull},
                     {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid}))
         return QByteArray();

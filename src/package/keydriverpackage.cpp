@@ -113,7 +113,7 @@ bool KeyDriverPackage::open()
     }
     const QFileInfo info(_kdpPath);
     if (!info.exists()) {
-        TW_LOG(QStringLiteral(" end. kdpPath %1 is invalidate").arg(_kdpPath));
+        TW_LOG(QLatin1String(" end. kdpPath ") + _kdpPath + QLatin1String(" is invalidate"));
         return false;
     }
 
@@ -162,10 +162,9 @@ bool KeyDriverPackage::load()
     int errorLine = 0;
     int errorCol = 0;
     if (!document.setContent(content, true, &errorStr, &errorLine, &errorCol)) {
-        // One arg() call: a parser message holding "%2" must not take the
-        // line number's place.
-        TW_LOG(QStringLiteral(" errorStr: %1 ; errorLine: %2 ; errorCol: %3")
-                   .arg(errorStr, QString::number(errorLine), QString::number(errorCol)));
+        // Joined, not arg(): a parser message may hold "%2".
+        TW_LOG(QLatin1String(" errorStr: ") + errorStr + QLatin1String(" ; errorLine: ") + QString::number(errorLine)
+               + QLatin1String(" ; errorCol: ") + QString::number(errorCol));
         TW_LOG(QStringLiteral("end. xml parser failed."));
         return false;
     }

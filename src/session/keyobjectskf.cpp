@@ -67,7 +67,7 @@ bool KeyObjectSKF::open()
             if (m_api->bound())
                 m_api->getDevInfo(&devtemp);
             const QString tempSerial = serialOf(devtemp);
-            SLOG(QStringLiteral("devtemp.SerialNumber = %1, strSerialNumber = %2").arg(tempSerial, strSerialNumber));
+            SLOG(QLatin1String("devtemp.SerialNumber = ") + tempSerial + QLatin1String(", strSerialNumber = ") + strSerialNumber);
             // Same token: the probe stands in for a connect, and m_time is
             // left alone so the next open probes again.
             if (tempSerial == strSerialNumber)
@@ -156,7 +156,7 @@ QStringList KeyObjectSKF::enumApplication()
     ULONG size = sizeof(buffer);
     SLOG(" SKF_EnumApplication");
     const ULONG ret = m_api->enumApplication(buffer, &size);
-    SLOG(QStringLiteral(" SKF_EnumApplication 0 ulSize: %1").arg(size));
+    SLOG(QLatin1String(" SKF_EnumApplication 0 ulSize: ") + QString::number(size));
     if (ret != SAR_OK) {
         SKF_FAILED(ret, "SKF_EnumApplication failed.ret = %d", SkfCall::CloseIfRemoved, SkfCall::NoError);
         return QStringList();

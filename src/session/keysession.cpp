@@ -37,10 +37,6 @@ const ULONG kMaxBuffer = 1u << 28;
 // The user id that the compact SM2 operations always hash with.
 const char kDefaultUserId[] = "1234567812345678";
 
-// PKCS#1 v1.5 DigestInfo prefix of SHA-1.
-const char kSha1DigestInfoPrefix[] = "\x30\x21\x30\x09\x06\x05\x2B\x0E\x03\x02\x1A\x05\x00\x04\x14";
-const int kSha1DigestInfoPrefixSize = 15;
-
 // The package's `ap`: base64 of base64 of the PIN. The PIN ends at its
 // first NUL.
 QByteArray decodeAdminPin(const QString &encoded)
@@ -238,10 +234,8 @@ QString KeySession::limitedSerial()
     return GetSerialNumByString(serialOf(devInfo), quint64(m_package ? m_package->GetLimitSize(16) : 16));
 }
 
-void KeySession::pinVerified(const QString &pinCode, bool isAdmin)
+void KeySession::pinVerified(const QString &/*pinCode*/, bool /*isAdmin*/)
 {
-    Q_UNUSED(pinCode);
-    Q_UNUSED(isAdmin);
 }
 
 bool KeySession::beforeRsaKeyPairImport()
@@ -249,16 +243,12 @@ bool KeySession::beforeRsaKeyPairImport()
     return true;
 }
 
-void KeySession::labelSet(const QString &label)
+void KeySession::labelSet(const QString &/*label*/)
 {
-    Q_UNUSED(label);
 }
 
-QString KeySession::fileStep(FileStep step, const QString &hostName, const QString &name, QByteArray *data)
+QString KeySession::fileStep(FileStep /*step*/, const QString &/*hostName*/, const QString &name, QByteArray * /*data*/)
 {
-    Q_UNUSED(step);
-    Q_UNUSED(hostName);
-    Q_UNUSED(data);
     return name;
 }
 
@@ -498,7 +488,7 @@ QStringList KeySession::enumApplication()
 
     ULONG size = 0;
     ULONG ret = m_api->enumApplication(nullptr, &size);
-    SLOG(QStringLiteral(" SKF_EnumApplication 0 ulSize: %1").arg(size));
+    SLOG(QLatin1String(" SKF_EnumApplication 0 ulSize: ") + QString::number(size));
     if (ret != SAR_OK) {
         SKF_FAILED(ret, "SKF_EnumApplication failed.ret = %d", SkfCall::CloseIfRemoved, SkfCall::NoError);
         return QStringList();
@@ -506,7 +496,7 @@ QStringList KeySession::enumApplication()
     QByteArray buffer;
     ret = SAR_MEMORYERR;
     if (allocate(buffer, size, 1)) {
-        SLOG(QStringLiteral(" SKF_EnumApplication 3 ulSize: %1").arg(size));
+        SLOG(QLatin1String(" SKF_EnumApplication 3 ulSize: ") + QString::number(size));
         ret = m_api->enumApplication(buffer.data(), &size);
     }
     if (ret != SAR_OK) {
@@ -749,7 +739,7 @@ bool KeySession::verifyPinEx(QString pinCode, bool isAdmin)
     // no retry.
     const bool badLength = !isAdmin && !userPinLengthOk(pinCode);
     if (badLength)
-        SLOG(QStringLiteral(" pinCode length: %1").arg(pinCode.length()));
+        SLOG(QLatin1String(" pinCode length: ") + QString::number(pinCode.length()));
     if (SKF_REFUSED({badLength, TW_ERR_OLD_PIN_LEN, " end . oldPin len error"}))
         return false;
 
@@ -931,10 +921,9 @@ QStringList KeySession::enumFiles()
     return m_fileList;
 }
 
-QByteArray KeySession::readFile(QString fileName, quint64 ulOffset, quint64 ulSize)
+QByteArray KeySession::readFile(QString fileName, quint64 ulOffset, quint64 /*ulSize*/)
 {
     // The whole file is read whatever size is asked.
-    Q_UNUSED(ulSize);
     SLOG(" start");
     if (SKF_REFUSED({!m_api->ready(), SAR_USER_NOT_LOGGED_IN, kAppIsNull},
                     {fileName.isEmpty(), SAR_NAMELENERR, kNameInvalid}))
@@ -1501,11 +1490,10 @@ bool KeySession::encryptInit(Qt::HANDLE hKey, QByteArray encryptParamData)
     return true;
 }
 
-QByteArray KeySession::encrypt(Qt::HANDLE hKey, QByteArray data, quint64 dataLen)
+QByteArray KeySession::encrypt(Qt::HANDLE hKey, QByteArray data, quint64 /*dataLen*/)
 {
     // The array's length is what the token gets; dataLen stays in the
     // interface only.
-    Q_UNUSED(dataLen);
     SLOG(" start");
     if (SKF_REFUSED({!m_api->bound(), SAR_USER_NOT_LOGGED_IN, kKeyDriverIsNull},
                     {!m_api->handleUsable(hKey), SAR_INVALIDHANDLEERR, kHKeyIsNull},
@@ -1556,9 +1544,8 @@ bool KeySession::decryptInit(Qt::HANDLE hKey, QByteArray decryptParamData)
     return true;
 }
 
-QByteArray KeySession::decrypt(Qt::HANDLE hKey, QByteArray encryptedData, quint64 encryptedDataLen)
+QByteArray KeySession::decrypt(Qt::HANDLE hKey, QByteArray encryptedData, quint64 /*encryptedDataLen*/)
 {
-    Q_UNUSED(encryptedDataLen);
     SLOG(" start");
     if (SKF_REFUSED({!m_api->bound(), SAR_USER_NOT_LOGGED_IN, kKeyDriverIsNull},
                     {!hKey, SAR_INVALIDHANDLEERR, kHKeyIsNull},
@@ -1592,12 +1579,9 @@ QByteArray KeySession::decrypt(Qt::HANDLE hKey, QByteArray encryptedData, quint6
     return plain;
 }
 
-QByteArray KeySession::rsaSimpleSign(Qt::HANDLE container, QByteArray data, quint64 digestAlgID)
+QByteArray KeySession::rsaSimpleSign(Qt::HANDLE /*container*/, QByteArray /*data*/, quint64 /*digestAlgID*/)
 {
     // Offered by name only: RSA signing goes through rsaSignData.
-    Q_UNUSED(container);
-    Q_UNUSED(data);
-    Q_UNUSED(digestAlgID);
     SLOG(" start");
     SLOG(" end");
     return QByteArray();
@@ -1747,18 +1731,15 @@ QByteArray KeySession::digestV1(Qt::HANDLE hash, QByteArray data)
 }
 
 // Multi-part hashing is not offered: hosts use digest.
-bool KeySession::digestUpdate(Qt::HANDLE hash, QByteArray data)
+bool KeySession::digestUpdate(Qt::HANDLE /*hash*/, QByteArray /*data*/)
 {
-    Q_UNUSED(hash);
-    Q_UNUSED(data);
     SLOG(" start");
     SLOG(" end");
     return false;
 }
 
-QByteArray KeySession::digestFinal(Qt::HANDLE hash)
+QByteArray KeySession::digestFinal(Qt::HANDLE /*hash*/)
 {
-    Q_UNUSED(hash);
     SLOG(" start");
     SLOG(" end");
     return QByteArray();
@@ -1827,11 +1808,8 @@ QByteArray KeySession::digestRsaByPubkey(QByteArray pbtData)
         SLOG(" end");
         return QByteArray();
     }
-    // The DigestInfo is assembled but not handed out: hosts rely on the
-    // empty result, and the hash object stays with the token.
-    QByteArray digestInfo(kSha1DigestInfoPrefix, kSha1DigestInfoPrefixSize);
-    digestInfo += written(hashValue, qMin<ULONG>(ulHashLen, 256 - kSha1DigestInfoPrefixSize));
-    Q_UNUSED(digestInfo);
+    // The DigestInfo (SHA-1's prefix and the hash) is not handed out: hosts
+    // rely on the empty result, and the hash object stays with the token.
     SLOG(" end");
     return QByteArray();
 }

@@ -93,10 +93,11 @@ KeyObject *KeyDriverSKF::open(QString devName, bool noload)
     const bool bRet = pKeyObj->isKeyDisConnect();
     if (noload && !bRet) {
         // A live session on a counted device: no token traffic.
-        TW_LOG(QStringLiteral("  1 KeyDriverSKF end. noload  = %1, bRet = %2").arg(1).arg(0));
+        TW_LOG(QStringLiteral("  1 KeyDriverSKF end. noload  = 1, bRet = 0"));
         return pKeyObj;
     }
-    TW_LOG(QStringLiteral("  2 KeyDriverSKF end. noload  = %1, bRet = %2").arg(int(noload)).arg(int(bRet)));
+    TW_LOG(QLatin1String("  2 KeyDriverSKF end. noload  = ") + QString::number(int(noload)) + QLatin1String(", bRet = ")
+           + QString::number(int(bRet)));
     pKeyObj->open();
     if (!pKeyObj->isOpen()) {
         delete pKeyObj;

@@ -61,11 +61,8 @@ QByteArray objectHeader(const QByteArray &digits, quint64 dataLength)
 // around it allowed.
 qint64 objectNumber(const QByteArray &data, bool *ok)
 {
-    QByteArray field = data.mid(kNumberAt, kNumberRoom);
-    const int nul = field.indexOf('\0');
-    if (nul >= 0)
-        field.truncate(nul);
-    return QString::fromLatin1(field).toLongLong(ok, 16);
+    const QByteArray field = data.mid(kNumberAt, kNumberRoom);
+    return QString::fromLatin1(field.left(field.indexOf('\0'))).toLongLong(ok, 16); // no NUL: left(-1) is all
 }
 
 } // namespace
@@ -128,7 +125,7 @@ QString KeyObjectLmSKF::objectFor(const char *function, const QString &name) con
         const QString candidate = kObjectPrefix + QString::number(index, 16);
         bool taken = false;
         for (auto it = m_mapFileName.cbegin(); it != m_mapFileName.cend() && !taken; ++it) {
-            say(function, __LINE__, QStringLiteral(" key: %1, value: %2").arg(it.key(), it.value()));
+            say(function, __LINE__, QLatin1String(" key: ") + it.key() + QLatin1String(", value: ") + it.value());
             taken = it.value().compare(candidate, Qt::CaseInsensitive) == 0;
         }
         if (!taken || ++index == kLastObject)
@@ -163,12 +160,12 @@ QStringList KeyObjectLmSKF::filesFound(const QStringList &names)
                 continue;
             bool ok = false;
             const qint64 number = objectNumber(data, &ok);
-            say("enumFiles", __LINE__, QStringLiteral(" iNam(PUBOBJ): %1").arg(number));
+            say("enumFiles", __LINE__, QLatin1String(" iNam(PUBOBJ): ") + QString::number(number));
             const QString key = plusOne(number);
             if (!ok || m_mapFileName.contains(key))
                 continue;
             m_mapFileName.insert(key, name);
-            say("enumFiles", __LINE__, QStringLiteral(" insert strName(A): key: %1;  value: %2").arg(key, name));
+            say("enumFiles", __LINE__, QLatin1String(" insert strName(A): key: ") + key + QLatin1String(";  value: ") + name);
             m_fileList.append(key);
         } else if (name.startsWith(kSealPrefix)) {
             m_fileList.append(name);
@@ -176,9 +173,8 @@ QStringList KeyObjectLmSKF::filesFound(const QStringList &names)
             // A digit file wins over an object of the same number.
             const bool known = m_mapFileName.contains(name);
             m_mapFileName.insert(name, name);
-            say("enumFiles", __LINE__,
-                QString::fromLatin1(known ? " updata strName: %1;  value: %2" : " insert strName(B): %1;  value: %2")
-                    .arg(name, name));
+            say("enumFiles", __LINE__, QLatin1String(known ? " updata strName: " : " insert strName(B): ") + name
+                                           + QLatin1String(";  value: ") + name);
             if (!known)
                 m_fileList.append(name);
         }

@@ -43,10 +43,9 @@ bool KeyObjectWgSKF::verifyPinEx(QString pinCode, bool isAdmin)
     return KeySession::verifyPinEx(pinCode, isAdmin);
 }
 
-void KeyObjectWgSKF::pinVerified(const QString &pinCode, bool isAdmin)
+void KeyObjectWgSKF::pinVerified(const QString &pinCode, bool /*isAdmin*/)
 {
     // An administrator PIN lands in the same entry.
-    Q_UNUSED(isAdmin);
     m_mapPin[serialNumber()] = pinCode;
 }
 

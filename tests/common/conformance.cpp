@@ -1,5 +1,6 @@
 #include "conformance.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
 #include <QMetaMethod>
@@ -533,6 +534,7 @@ void Conformance::execute(const Row &row, Prepared &p, QStringList &problems)
                 out << line;
         });
         called = call(p.session, row.m_call, &result, &problem);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // a "deleteLater" row
     }
     p = d->last;
     engine.clearFaults(p.device);

@@ -50,6 +50,7 @@
 // with an empty device-state file; the call finds it as the row's own
 // set-up left it.
 //
+// A call of "deleteLater" deletes the session before the checks.
 // Rows run in order, each on a new device; reuse() keeps the previous row's
 // device and session. aged() rows run after one wait past the session's
 // 800 ms open clock, shared by all aged rows of the table. Other session

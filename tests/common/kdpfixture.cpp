@@ -52,6 +52,32 @@ bool KdpFixture::writePackage(const QString &dir, const KdpConfig &config, const
                               : QFile::link(QFileInfo(libraryFile).absoluteFilePath(), target);
 }
 
+QString KdpFixture::addTracedToken(const QString &dirName, const QString &store, KdpConfig config) const
+{
+    const QString dir = kdpPath() + QLatin1Char('/') + dirName;
+    return writeTracedToken(dir, store, config) ? dir : QString();
+}
+
+bool KdpFixture::writeTracedToken(const QString &dir, const QString &store, KdpConfig config)
+{
+    config.argument = QStringLiteral("libskftrace.so");
+    QFile conf(dir + QStringLiteral("/skftrace.conf")), where(dir + QStringLiteral("/softtoken.store"));
+    return writePackage(dir, config, QStringLiteral(SKFTRACE_PATH), Link::Copy)
+           && QFile::copy(QStringLiteral(SOFTTOKEN_SKF), dir + QStringLiteral("/libsofttoken-skf.so"))
+           && conf.open(QIODevice::WriteOnly) && conf.write("library = libsofttoken-skf.so\noutput = trace.log\n") > 0
+           && where.open(QIODevice::WriteOnly) && where.write(QFile::encodeName(store) + '\n') > 0;
+}
+
+QStringList KdpFixture::traced(const QString &dir)
+{
+    QFile trace(dir + QStringLiteral("/trace.log"));
+    if (!trace.open(QIODevice::ReadWrite))
+        return QStringList();
+    const QStringList lines = QString::fromUtf8(trace.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    trace.resize(0); // the tracer appends
+    return lines;
+}
+
 bool KdpFixture::pack(const QString &packageDir, const QString &kdpFile)
 {
     QFile::remove(kdpFile);

@@ -3,10 +3,12 @@
 // element out of config.xml; an empty string writes it empty.
 //
 //   KdpFixture kdp;
-//   KdpConfig cfg;                  // version 2.0, protocol skf, argument libmockskf.so
+//   KdpConfig cfg;                  // version 2.0, protocol skf, argument libtoken.so
 //   cfg.limitSerialNum = "1"; cfg.limitSize = "8";
-//   QString dir = kdp.addPackage("a_mock", cfg, MOCKSKF_PATH);   // <root>/kdp/a_mock
-//   KdpFixture::pack(dir, kdp.kdpPath() + "/b_mock.kdp");         // the packed form
+//   QString dir = kdp.addPackage("a", cfg, SOFTTOKEN_SKF);       // <root>/kdp/a
+//   KdpFixture::pack(dir, kdp.kdpPath() + "/b.kdp");               // the packed form
+//   QString t = kdp.addTracedToken("t", store);  // tracer + token of its own
+//   QStringList calls = KdpFixture::traced(t);    // the calls since the last look
 #ifndef TWTEST_KDPFIXTURE_H
 #define TWTEST_KDPFIXTURE_H
 
@@ -19,7 +21,7 @@ struct KdpConfig
     std::optional<QString> version = QStringLiteral("2.0");
     std::optional<QString> name = QStringLiteral("mock");
     std::optional<QString> protocol = QStringLiteral("skf");
-    std::optional<QString> argument = QStringLiteral("libmockskf.so");
+    std::optional<QString> argument = QStringLiteral("libtoken.so");
     std::optional<QString> ap; // as stored: see encodeAdminPin
     std::optional<QString> limitSerialNum;
     std::optional<QString> limitSize; // attribute of limitSerialNum
@@ -44,6 +46,13 @@ public:
                        Link link = Link::Symlink) const;
     static bool writePackage(const QString &dir, const KdpConfig &config, const QString &libraryFile,
                              Link link = Link::Symlink);
+    // <kdpPath>/<dirName>: the SKF call tracer in front of a copy of the
+    // software token's SKF library that serves `store` (libraries of their
+    // own, so packages don't share a token); the calls go to <dir>/trace.log.
+    QString addTracedToken(const QString &dirName, const QString &store, KdpConfig config = KdpConfig()) const;
+    static bool writeTracedToken(const QString &dir, const QString &store, KdpConfig config = KdpConfig());
+    // The traced calls of the package at `dir` since the last look.
+    static QStringList traced(const QString &dir);
     static bool pack(const QString &packageDir, const QString &kdpFile); // files at the archive's top
     static QString encodeAdminPin(const QString &pin);                     // base64 of base64
 

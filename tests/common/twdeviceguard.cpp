@@ -5,46 +5,30 @@
 #include <cstdlib>
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/file.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 const char *const TwDeviceGuard::kPath = "/tmp/tw_device";
 
-namespace {
-
-TwDeviceGuard::Isolation s_isolation = TwDeviceGuard::Isolation::None;
-
-} // namespace
-
-TwDeviceGuard::Isolation TwDeviceGuard::isolate()
+bool TwDeviceGuard::isolate()
 {
-    const QByteArray inherited = qgetenv("TWTEST_DEVICE_ISOLATION"); // a child of an isolated test shares it
-    if (s_isolation == Isolation::None && !inherited.isEmpty())
-        s_isolation = inherited == "namespace" ? Isolation::Namespace : Isolation::Lock;
-    if (s_isolation != Isolation::None)
-        return s_isolation;
-    // A private mount namespace would hide a build tree under /tmp and can't
-    // let the file be removed as the rows need: a lock shared across runs.
-    {
-        const int fd = ::open("/tmp/tw_device.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-        if (fd >= 0)
-            (void)::fchmod(fd, 0666); // other users' runs take it too
-        if (fd < 0 || ::flock(fd, LOCK_EX) != 0)
-            qFatal("/tmp/tw_device: neither a private mount namespace nor /tmp/tw_device.lock");
-        s_isolation = Isolation::Lock;
-        static TwDeviceGuard *saved = new TwDeviceGuard; // put back as found, under the lock
-        std::atexit([] { delete saved; });
-    }
-    qputenv("TWTEST_DEVICE_ISOLATION", s_isolation == Isolation::Namespace ? "namespace" : "lock");
-    return s_isolation;
-}
-
-TwDeviceGuard::Isolation TwDeviceGuard::isolation()
-{
-    return s_isolation;
+    static bool held = false;
+    // A child of a test shares its parent's lock.
+    if (held || qEnvironmentVariableIsSet("TWTEST_DEVICE_LOCKED"))
+        return true;
+    // Not a private mount namespace: it would hide a build tree under /tmp,
+    // and the file could not be removed as the rows need.
+    const int fd = ::open("/tmp/tw_device.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (fd >= 0)
+        (void)::fchmod(fd, 0666); // other users' runs take it too
+    if (fd < 0 || ::flock(fd, LOCK_EX) != 0)
+        qFatal("/tmp/tw_device.lock: cannot take the lock");
+    held = true;
+    static TwDeviceGuard *saved = new TwDeviceGuard; // put back as found, under the lock
+    std::atexit([] { delete saved; });
+    qputenv("TWTEST_DEVICE_LOCKED", "1");
+    return true;
 }
 
 TwDeviceGuard::TwDeviceGuard() : m_saved(current()) {}

@@ -15,7 +15,6 @@ class TwDeviceGuard
 {
 public:
     static const char *const kPath;
-    enum class Isolation { None, Namespace, Lock };
 
     TwDeviceGuard();
     ~TwDeviceGuard();
@@ -26,9 +25,8 @@ public:
     static QByteArray current();
     // Writes the content as it stands; a null array removes the file.
     static bool set(const QByteArray &content);
-    // Once per process, before any thread: see above. Children inherit it.
-    static Isolation isolate();
-    static Isolation isolation();
+    // Once per process, before main: see above. Children share it.
+    static bool isolate();
 
 private:
     QByteArray m_saved;

@@ -1,5 +1,4 @@
-// Linked into a test by tw_isolate_device(): runs before main, while the
-// process has one thread, as unshare() needs.
+// Linked into a test by tw_isolate_device(): the lock is taken before main.
 #include "twdeviceguard.h"
 
 __attribute__((constructor(101))) static void twIsolateDeviceFile()

@@ -141,7 +141,7 @@ private slots:
     void refusals()
     {
         TWCore core;
-        for (const char *path : {"/nonexistent/libTWKey.so", MOCKSKF_PATH}) {
+        for (const char *path : {"/nonexistent/libTWKey.so", SKFTRACE_PATH}) {
             ComponentHost host;
             QVERIFY(!host.load(QString::fromLatin1(path)) && !host.isLoaded() && !host.errorString().isEmpty());
             QVERIFY(!host.init(&core));
@@ -150,7 +150,7 @@ private slots:
             QCOMPARE(host.getVersion(nullptr, &length), -2);
         }
         ComponentHost noEntry;
-        noEntry.load(QStringLiteral(MOCKSKF_PATH));
+        noEntry.load(QStringLiteral(SKFTRACE_PATH));
         QVERIFY2(noEntry.errorString().contains("ComponentInit"), qPrintable(noEntry.errorString()));
         ComponentHost host;
         QVERIFY(host.load(QStringLiteral(TWKEY_LIB)));
@@ -261,9 +261,8 @@ private slots:
         const QByteArray pem = BlobConverter::certificateToPem(cert);
         for (const QByteArray &line : pem.split('\n'))
             QVERIFY(line.size() <= 64 || line.startsWith("-----"));
-        QCOMPARE(BlobConverter::certificateToDer("text before\n" + pem), cert);
-        QCOMPARE(BlobConverter::certificateToDer(cert), cert);
-        QVERIFY(BlobConverter::certificateToDer("-----BEGIN CERTIFICATE-----\nAAAA").isEmpty());
+        for (const QByteArray &notOne : {"text before\n" + pem, cert, QByteArray("-----BEGIN CERTIFICATE-----\nAAAA")})
+            QVERIFY(BlobConverter::certificateToDer(notOne).isEmpty()); // no X.509 certificate, whatever the wrapping
     }
 };
 

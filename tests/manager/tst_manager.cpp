@@ -9,10 +9,10 @@
 #include "kdpfixture.h"
 #include "logcheck.h"
 #include "manager/twkey.h"
-#include "mockcontrol.h"
 #include "package/keydriverinfo.h"
 #include "package/keydriverpackage.h"
 #include "session/keyobject.h"
+#include "softtokenengine.h"
 #include "twdeviceguard.h"
 
 namespace {
@@ -25,9 +25,8 @@ class TstManager : public QObject
     Q_OBJECT
 
     TWCore core;
-    MockControl mock;
     std::unique_ptr<KdpFixture> kdp;
-    QMap<QString, std::shared_ptr<MockControl>> libraries; // a token library of its own per package
+    QMap<QString, QString> packages, stores; // name: folder of a traced token of its own, its store
 
     std::unique_ptr<TWKey> scan()
     {
@@ -42,31 +41,41 @@ class TstManager : public QObject
     {
         QTemporaryDir scratch;
         KdpConfig config;
-        config.argument = "../../lib/libmockskf.so";
-        return (QDir(kdp->root()).mkpath("lib") && (QFile::exists(kdp->root() + "/lib/libmockskf.so") ||
-                                                    QFile::link(MOCKSKF_PATH, kdp->root() + "/lib/libmockskf.so"))) &&
+        config.argument = "../../lib/libtoken.so";
+        return (QDir(kdp->root()).mkpath("lib") && (QFile::exists(kdp->root() + "/lib/libtoken.so") ||
+                                                    QFile::link(SKFTRACE_PATH, kdp->root() + "/lib/libtoken.so"))) &&
                KdpFixture::writePackage(scratch.path() + "/p", config, QString()) &&
                KdpFixture::pack(scratch.path() + "/p", pkg(file));
     }
-    static void addToken(MockControl &m, const QByteArray &dev, const QByteArray &serial, bool opens = true)
+    // A token in the package's store; the package (<kdp>/<name>, else the
+    // folder given) has a traced token of its own.
+    void addToken(const QString &package, const QString &dev, const QString &serial, bool opens = true,
+                  const QString &folder = QString())
     {
-        m.add_device(dev.constData(), serial.constData());
-        if (opens) {
-            m.add_app(dev.constData(), "APP");
-            m.add_container(dev.constData(), "APP", "C1", CONTAINER_TYPE_ECC);
+        if (!packages.contains(package)) {
+            packages[package] = folder.isEmpty() ? kdp->kdpPath() + "/" + package : folder;
+            stores[package] = kdp->root() + "/stores/" + package;
+            QVERIFY(KdpFixture::writeTracedToken(packages[package], stores[package]));
         }
+        SoftTokenEngine::DeviceOptions o;
+        o.name = dev;
+        o.serial = serial;
+        if (opens)
+            o.containers << SoftTokenEngine::ContainerSetup{"C1", SoftTokenEngine::ContainerSetup::Sm2};
+        QVERIFY(SoftTokenEngine(stores[package]).createDevice(o));
+    }
+    int calls(const QString &package, const QString &function)
+    {
+        return KdpFixture::traced(packages.value(package)).filter(QRegularExpression("^" + function + "\\(")).size();
     }
 
 private slots:
     void initTestCase()
     {
-        QVERIFY2(mock.isLoaded(), qPrintable(mock.errorString()));
         qInstallMessageHandler(captureDebug);
-        QVERIFY(TwDeviceGuard::isolation() != TwDeviceGuard::Isolation::None);
     }
     void init()
     {
-        mock.reset();
         kdp = std::make_unique<KdpFixture>();
         ComponentInit(&core);
     }
@@ -75,7 +84,8 @@ private slots:
         ComponentDestroy();
         while (!KeyObject::s_vecKeyObj.isEmpty())
             delete KeyObject::s_vecKeyObj.last();
-        libraries.clear();
+        packages.clear();
+        stores.clear();
         kdp.reset();
     }
 
@@ -125,7 +135,7 @@ private slots:
                 QVERIFY(QDir().mkpath(pkg(name)));
             } else {
                 config.protocol = kind == "nodriver" ? "p11" : "skf";
-                QVERIFY(!kdp->addPackage(name, config, kind == "badlib" ? NOTALIB_PATH : kind == "nodriver" ? "" : MOCKSKF_PATH,
+                QVERIFY(!kdp->addPackage(name, config, kind == "badlib" ? NOTALIB_PATH : kind == "nodriver" ? "" : SKFTRACE_PATH,
                                          kind == "copy" ? KdpFixture::Link::Copy : KdpFixture::Link::Symlink).isEmpty());
             }
         }
@@ -198,14 +208,8 @@ private slots:
         QFETCH(QStringList, tokens);
         QFETCH(QStringList, steps);
         for (const QString &t : tokens) {
-            const QString name = t.section(':', 0, 0);
-            if (!libraries.contains(name)) {
-                const QString dir = kdp->addPackage(name, KdpConfig(), MOCKSKF_PATH, KdpFixture::Link::Copy);
-                libraries[name] = std::make_shared<MockControl>(dir + "/libmockskf.so");
-                libraries[name]->reset();
-            }
             const QString token = t.section(':', 1);
-            addToken(*libraries[name], token.section('=', 0, 0).toLatin1(), token.section('=', 1).section(':', 0, 0).toLatin1(),
+            addToken(t.section(':', 0, 0), token.section('=', 0, 0), token.section('=', 1).section(':', 0, 0),
                      !token.endsWith(":bare"));
         }
         auto manager = scan();
@@ -227,9 +231,9 @@ private slots:
             } else if (verb == "type") {
                 got = QString::number(last->getDriverType());
             } else if (verb == "n") {
-                got = QString::number(libraries[call.at(1)]->count(call.at(2).toLatin1().constData()));
+                got = QString::number(calls(call.at(1), call.at(2)));
             } else if (verb == "clear") {
-                libraries[call.at(1)]->clearCalls();
+                KdpFixture::traced(packages.value(call.at(1)));
             } else if (verb == "qdebug") {
                 got = g_debug.join('|');
                 g_debug.clear();
@@ -244,13 +248,9 @@ private slots:
     {
         QTemporaryDir other; // a package outside the scanned folder, with a token library of its own
         const QString dir = other.path() + "/single";
-        QVERIFY(KdpFixture::writePackage(dir, KdpConfig(), MOCKSKF_PATH, KdpFixture::Link::Copy));
-        MockControl m(dir + "/libmockskf.so");
-        m.reset();
-        addToken(m, "d1", "SN1");
-        addToken(m, "d2", "SN2");
-        QVERIFY(!kdp->addPackage("scanned", KdpConfig(), MOCKSKF_PATH).isEmpty());
-        addToken(mock, "s1", "SN-S");
+        addToken("single", "d1", "SN1", true, dir);
+        addToken("single", "d2", "SN2", true, dir);
+        addToken("scanned", "s1", "SN-S");
         auto manager = scan();
         QCOMPARE(manager->createKDI(kdp->root() + "/nothing"), nullptr);
         QCOMPARE(manager->children().size(), 2); // the scan's pair only
@@ -265,12 +265,12 @@ private slots:
             QCOMPARE(manager->countByKDI(h), 2);
             QVERIFY(info->isActive() && info->firstIndex() == 0 && info->keyCount() == 2);
         }
-        QCOMPARE(m.count("SKF_EnumDev"), 2 * 2 * 3); // each step enumerates anew
+        QCOMPARE(calls("single", "SKF_EnumDev"), 2 * 2 * 3); // each step enumerates anew
         KeyObject *first = manager->openByKDI(bare, 0);
         KeyObject *second = manager->openByKDI(&proxy, 1);
         QVERIFY(first && second && first->getKDI() == info && second->getKDI() == info);
         QCOMPARE(manager->openByKDI(&proxy, 2), nullptr);
-        m.set_present("d2", 0);
+        QVERIFY(SoftTokenEngine(stores["single"]).removeDevice("d2"));
         QCOMPARE(manager->openByKDI(&proxy, 1), nullptr); // a device gone: the driver opens nothing
         KeyObject *newest = manager->open(0); // newer, and bound to the scan's driver
         QVERIFY(newest);
@@ -297,8 +297,7 @@ private slots:
 
     void teardownDeletesSessionsPackagesAndDrivers()
     {
-        QVERIFY(!kdp->addPackage("a", KdpConfig(), MOCKSKF_PATH).isEmpty());
-        addToken(mock, "dev1", "SN1");
+        addToken("a", "dev1", "SN1");
         auto manager = scan();
         QCOMPARE(manager->count(), 1);
         QCOMPARE(KeyObject::s_vecKeyObj.size(), 1);
@@ -313,7 +312,7 @@ private slots:
         // Sessions, then packages, then the driver infos with their drivers.
         TW_VERIFY_LOG(core, {"~TWKey| start", ">unload| start", ">unload| end", ">unloadKDPs| start", ">unloadKDPs| end",
                              ">~TWKey| end", ">~KeyDriverInfo| end"});
-        QCOMPARE(mock.count("SKF_DisConnectDev"), 1);
+        QCOMPARE(calls("a", "SKF_DisConnectDev"), 1);
     }
 };
 

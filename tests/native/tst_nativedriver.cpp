@@ -164,6 +164,7 @@ void TestNativeDriver::reinsertedUnderAnotherName()
     TestHost host(kdp.root());
     QVERIFY(host.start());
     QCOMPARE(host.count(), 1);
+    QCOMPARE(host.logCount(QRegularExpression(QStringLiteral("^\\[findDevbySN:\\d+\\] (start|end)$"))), 2); // not found
     QObject *key = host.open(0);
     QVERIFY(key && host.call<bool>(key, "verifyPin", QString("12345678"), false));
 

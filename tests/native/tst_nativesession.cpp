@@ -165,6 +165,7 @@ void TestNativeSession::sessionRows()
         Row("encrypt with a null key").call("encrypt", {nullHandle(), bin("x"), 1}).is("[0]").err(SAR_INVALIDHANDLEERR)
             .log({" end . hKey is null"}),
         user("seal").before("epsWriteESealData", {bin("seal"), 4}).call("epsReadESealData", {0, 0}).is("[4]7365616c"),
+        Row("deleting the session").call("deleteLater").log({"[~KeyObjectTWF] start", "[~KeyObjectTWF] end"}),
     });
 }
 

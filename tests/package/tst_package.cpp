@@ -283,7 +283,7 @@ private slots:
         QFETCH(QString, library);
         QVERIFY(make(root, {"p/config.xml=" + config, "p/TW_KeyCode.ini=[KeyType]\nSKFKEYCODE=libskf.so\n"}));
         if (library == "mock")
-            QVERIFY(QFile::link(QStringLiteral(MOCKSKF_PATH), root + QStringLiteral("/p/lib.so")));
+            QVERIFY(QFile::link(QStringLiteral(SKFTRACE_PATH), root + QStringLiteral("/p/lib.so")));
         if (library == "text")
             QVERIFY(make(root, {"p/lib.so=\x7f" "ELF but not really"}));
         KeyDriverPackage kdp(root + QStringLiteral("/p"));

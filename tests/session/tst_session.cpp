@@ -91,6 +91,7 @@ void TestSession::openAndClose()
             .out({printed("设备已移除")}).state(""),
         Row("close leaves the session open").call("close").is("").calls({}).log({" start", " end"})
             .then("GetPINInfo", {1, 1}, "6"),
+        Row("deleting the session closes it").call("deleteLater").calls(closing(1, 2)).log({"[closeV1] start"}),
         closed("closed session reconnects").token(serial("SN-A")).call("open").is("true").calls(kConnect)
             .log({"!\u0020tw_device,value = SN-A ", "linux SKF_ConnectDev"}).out({"SN-A"}).state("SN-A"),
         closed("unchanged state file").token(serial("SN-B")).before("open").fault("SKF_GetPINInfo", SAR_DEVICE_REMOVED).before("GetPINInfo", {1, 1})
@@ -115,6 +116,8 @@ void TestSession::openAndClose()
             .calls({"SKF_GenRandom(h1, buf, 6) = 0x0A000023", R"(SKF_ConnectDev("d*", ->null) = 0x0A000023)",
                     "SKF_CloseApplication(h2) = 0x0A000023", "SKF_DisConnectDev(h1) = 0x0A000023"})
             .out({"SN-G", printed("设备已移除")}),
+        Row("probed token without device information").token(serial("SN-H")).open({"open"}).aged().fault("SKF_GetDevInfo", SAR_FAIL)
+            .call("open").is("true").log({"devtemp.SerialNumber = , strSerialNumber = SN-H"}).out({"SN-H"}),
     });
 }
 

@@ -264,8 +264,8 @@ private slots:
              QString r = Out() << rv(SKF_GenRSAKeyPair(s.c3, 1000, &f)) << rv(SKF_GenRSAKeyPair(s.c3, 1024, &f)) << rv(SKF_GetContainerType(s.c3, &s.m)) << QString::number(s.m); s.n = ULONG(s.d.size());
              r += Out() << rv(SKF_RSASignData(s.c3, bytes(s.b), ULONG(s.b.size()), bytes(s.d), &s.n)) << rv(SKF_RSAVerify(s.dev, &f, bytes(s.b), ULONG(s.b.size()), bytes(s.d), s.n));
              return Out() << r << rv(SKF_RSAVerify(s.dev, reinterpret_cast<RSAPUBLICKEYBLOB *>(s.a.data()), bytes(s.b), ULONG(s.b.size()), bytes(s.d), s.n)));
-        STEP("0 2 1", ECCPUBLICKEYBLOB e; ULONG r = SKF_GenECCKeyPair(s.c3, SGD_SM2_1, &e); SKF_GetContainerType(s.c3, &s.m); // an SM2 key makes it an ECC container
-             return Out() << rv(r) << ' ' << QString::number(s.m) << ' ' << QString::number(publicKey(s.c3, TRUE) == QByteArray(reinterpret_cast<char *>(&e), sizeof e)));
+        STEP("0 0 2 1", ECCPUBLICKEYBLOB e; ULONG r = SKF_GenECCKeyPair(s.c3, SGD_SM2_2, &e); SKF_GetContainerType(s.c3, &s.m); // an SM2 key makes it an ECC container
+             return Out() << rv(r) << ' ' << rv(SKF_GenECCKeyPair(s.c3, SGD_SM2_1, &e)) << ' ' << QString::number(s.m) << ' ' << QString::number(publicKey(s.c3, TRUE) == QByteArray(reinterpret_cast<char *>(&e), sizeof e)));
         STEP(rv(SAR_NOTINITIALIZEERR), s.a = kSm4Key; SKF_SetSymmKey(s.dev, bytes(s.a), SGD_SM4_ECB, &s.h); SKF_SetSymmKey(s.dev, bytes(s.a), SGD_SM4_CBC, &s.k); QByteArray o(64, 0); s.n = 64;
              return rv(SKF_Encrypt(s.k, bytes(s.a), 16, bytes(o), &s.n)));
         STEP("0 " + kSm4Cipher.toHex(), return crypt(true, s.h, param(QByteArray(), SKF_NO_PADDING), kSm4Key));
@@ -281,8 +281,9 @@ private slots:
         STEP(rv(SAR_INDATALENERR), return crypt(true, s.k, param(QByteArray(16, 1), SKF_NO_PADDING), QByteArray(20, 'a')));
         STEP(rv(SAR_DECRYPTPADERR), QByteArray c; crypt(true, s.k, param(QByteArray(16, 1), SKF_PKCS5_PADDING), "text", &c); c[15] = char(c.at(15) ^ 0x55);
              return crypt(false, s.k, param(QByteArray(16, 1), SKF_PKCS5_PADDING), c));
-        STEP(rv(SAR_INVALIDPARAMERR) + rv(SAR_INVALIDPARAMERR) + rv(SAR_NOTSUPPORTYETERR), HANDLE k;
-             return Out() << rv(SKF_EncryptInit(s.k, param(QByteArray(5, 'x'), SKF_NO_PADDING))) << rv(SKF_EncryptInit(s.k, param(QByteArray(16, 1), 7))) << rv(SKF_SetSymmKey(s.dev, bytes(s.a), SGD_SM1_ECB, &k)));
+        STEP(rv(SAR_INVALIDPARAMERR) + rv(SAR_INVALIDPARAMERR) + rv(SAR_NOTSUPPORTYETERR) + rv(SAR_NOTSUPPORTYETERR) + OK, HANDLE k; BLOCKCIPHERPARAM p = param(QByteArray(16, 1), 0); p.FeedBitLen = 8;
+             QString r = Out() << rv(SKF_EncryptInit(s.k, param(QByteArray(5, 'x'), SKF_NO_PADDING))) << rv(SKF_EncryptInit(s.k, param(QByteArray(16, 1), 7))) << rv(SKF_SetSymmKey(s.dev, bytes(s.a), SGD_SM1_ECB, &k));
+             r += rv(SKF_EncryptInit(s.k, p)); p.FeedBitLen = 128; return Out() << r << rv(SKF_EncryptInit(s.k, p)));
         STEP("0 16 1 1", QByteArray enc = publicKey(s.c, FALSE); s.a = QByteArray(SKF_ECCCIPHERBLOB_BUFFER_SIZE, 0); auto *b = reinterpret_cast<ECCCIPHERBLOB *>(s.a.data());
              ULONG r = SKF_ECCExportSessionKey(s.c, SGD_SM4_CBC, reinterpret_cast<ECCPUBLICKEYBLOB *>(enc.data()), b, &s.k2); crypt(true, s.k2, param(QByteArray(16, 0x42), SKF_PKCS5_PADDING), "only for the key holder", &s.d);
              return Out() << rv(r) << QString(" %1 %2 %3").arg(b->CipherLen).arg(QByteArray(reinterpret_cast<char *>(b->XCoordinate), 32) == QByteArray(32, 0)).arg(!s.d.isEmpty()));

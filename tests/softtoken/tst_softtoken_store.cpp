@@ -303,7 +303,7 @@ private slots:
         const QStringList rows{"|no command", "frobnicate|unknown command", "init|one device name", "init tok|already exists",
                                "init x --container c:ec|bad container", "init x --user-pin 12|6 to 16", "init x --admin-retries many|needs a number",
                                "init x --colour red|unknown option", "init x --serial|needs a value", "fault tok SKF_GenRandom zz|bad code",
-                               "fault tok SKF_Bogus 0x1|unknown function", "fault tok SKF_GenRandom 0x1 --times 0|positive",
+                               "fault tok SKF_Bogus 0x1|unknown function", "fault tok SKF_GenRandom 0x1 --times 0|from 1",
                                "fault nosuch SKF_GenRandom 0x1|no device", "remove nosuch|no device", "show|one device name", "show tok2|no device tok2"};
         for (const QString &r : rows)
             QTest::newRow(qPrintable(r)) << r.section('|', 0, 0) << r.section('|', 1);

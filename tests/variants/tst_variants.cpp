@@ -115,7 +115,8 @@ QList<Row> probing(const char *tag, const char *pinInfoWord)
             .log({" SKF_EnumFiles start", " SKF_EnumFiles end", " enumFiles", "- SKF_ConnectDev"}),
         Row("failed probe connects again").loose().aged().fault("SKF_EnumFiles", SAR_FAIL).call("open").is("true")
             .calls(QStringList{"SKF_EnumFiles(h1, null, 0->0) = 0x0A000001"} + kReconnect)
-            .log({" SKF_EnumFiles start", "[closeV1] start", " SKF_ConnectDev ok"}),
+            .log({" SKF_EnumFiles start", "[closeV1] start", " SKF_ConnectDev ok", " SKF_GetDevInfo ", " SKF_EnumApplication 3 ulSize: *",
+                  " appNameList: TW_APP*"}),
         Row("pulled token: no second close, no words").aged().pull().call("open").is("false").err(SAR_DEVICE_REMOVED)
             .calls(QStringList{"SKF_EnumFiles(h1, null, *) = 0x0A000023"} + closing(1, 2)
                    + QStringList{R"(SKF_ConnectDev("d*", ->null) = 0x0A000023)"})
@@ -124,9 +125,10 @@ QList<Row> probing(const char *tag, const char *pinInfoWord)
             .is("false").err(SAR_FAIL)
             .calls({"SKF_ConnectDev(*", "SKF_GetDevInfo(*", "SKF_EnumApplication(*", "SKF_EnumApplication(*",
                     "SKF_OpenApplication(h1, \"TW_APP\", ->null) = 0x0A000001", "SKF_DisConnectDev(h1) = 0x00000000"})
-            .log({"! openApplication failed,DisConnectDev."}),
+            .log({"[openApplication] end. app = null", "! openApplication failed,DisConnectDev."}),
         Row("close closes").call("close").is("").calls(closing(1, 2)).log({"[close] start", "[closeV1] start", "[close] end"})
             .then("GetPINInfo", {1, 1}, "0"),
+        Row("deleting the session closes it").call("deleteLater").calls(closing(1, 2)).log({"[closeV1] start"}),
         Row("closeContainer gives the handle back").loose().before("openContainer", {"c1"}, "c").call("closeContainer", {ref("c")})
             .calls({"SKF_CloseContainer(h1) = 0x00000000"}).log({" SKF_CloseContainer", " end"}),
         Row("closeContainer(null) leaves the last error").loose().call("closeContainer", {nullHandle()}).calls({})
