@@ -8,7 +8,11 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -56,6 +60,8 @@ CliContext::CliContext(CommandLine &line)
     m_core.setConfigPath(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
                          + QStringLiteral("/twkey"));
     m_core.setVerbose(has("verbose"));
+    // Debug lines nobody reads would pile up over a long batch.
+    m_core.setKeepDebug(false);
     s_messageCore = &m_core;
     qInstallMessageHandler(qtMessage);
 }
@@ -455,6 +461,11 @@ int CliContext::containerType(Qt::HANDLE container, int *exitCode)
 
 bool CliContext::readInput(QByteArray *data)
 {
+    return readData(value("in", QStringLiteral("-")), data);
+}
+
+bool CliContext::readData(const QString &path, QByteArray *data)
+{
     if (has("pin-fd")) {
         PinReader *reader = pins();
         QString error;
@@ -464,20 +475,32 @@ bool CliContext::readInput(QByteArray *data)
             return false;
         }
     }
-    return readFile(value("in", QStringLiteral("-")), data);
+    return readFile(path, data);
 }
 
 bool CliContext::readFile(const QString &path, QByteArray *data)
 {
-    QFile file(path);
-    const bool opened = path == QLatin1String("-") ? file.open(stdin, QIODevice::ReadOnly)
-                                                  : file.open(QIODevice::ReadOnly);
-    if (!opened) {
-        usage(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
-        return false;
+    // Plain system calls: a batch reads a file per input.
+    const bool fromStdin = path == QLatin1String("-");
+    const int fd = fromStdin ? STDIN_FILENO : ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    data->clear();
+    char buf[65536];
+    ssize_t n = fd < 0 ? -1 : 0;
+    while (fd >= 0 && (n = ::read(fd, buf, sizeof buf)) != 0) {
+        if (n > 0)
+            data->append(buf, int(n));
+        else if (errno != EINTR)
+            break;
     }
-    *data = file.readAll();
-    return true;
+    const int error = errno;
+    if (fd >= 0 && !fromStdin)
+        ::close(fd);
+    if (n == 0)
+        return true;
+    usage(QStringLiteral("cannot read %1: %2")
+              .arg(path, error == EISDIR ? QStringLiteral("file to open is a directory")
+                                         : QString::fromLocal8Bit(std::strerror(error))));
+    return false;
 }
 
 bool CliContext::writesToStdout() const
@@ -510,11 +533,7 @@ bool CliContext::writeBytes(const QByteArray &bytes, Encoding encoding, const QS
                                                         : QString::fromLatin1(bytes.toHex()));
         return true;
     }
-    QByteArray out = bytes;
-    if (encoding == Encoding::Hex)
-        out = bytes.toHex() + '\n';
-    else if (encoding == Encoding::Base64)
-        out = bytes.toBase64() + '\n';
+    const QByteArray out = encode(bytes, encoding);
     if (writesToStdout()) {
         m_out.bytes(out);
         return true;
@@ -524,18 +543,43 @@ bool CliContext::writeBytes(const QByteArray &bytes, Encoding encoding, const QS
     return writeFile(value("out"), out);
 }
 
+QByteArray CliContext::encode(const QByteArray &bytes, Encoding encoding)
+{
+    if (encoding == Encoding::Hex)
+        return bytes.toHex() + '\n';
+    if (encoding == Encoding::Base64)
+        return bytes.toBase64() + '\n';
+    return bytes;
+}
+
 bool CliContext::writeFile(const QString &path, const QByteArray &bytes)
 {
     if (path == QLatin1String("-")) {
         m_out.bytes(bytes);
         return true;
     }
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size()) {
-        usage(QStringLiteral("cannot write %1: %2").arg(path, file.errorString()));
-        return false;
+    // Written over in place, then cut to length: a file rewritten with as
+    // many bytes (a batch signed again) costs the file system no blocks
+    // freed and allocated anew.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    qint64 done = 0;
+    while (fd >= 0 && done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
+        done += n;
     }
-    return true;
+    bool ok = fd >= 0 && done == bytes.size() && (::ftruncate(fd, done) == 0 || errno == EINVAL);
+    int error = errno;
+    if (fd >= 0 && ::close(fd) != 0 && ok) {
+        ok = false;
+        error = errno;
+    }
+    if (!ok)
+        usage(QStringLiteral("cannot write %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(error))));
+    return ok;
 }
 
 void CliContext::print(const QString &line)

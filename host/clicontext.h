@@ -132,6 +132,8 @@ public:
     // --in FILE, or standard input when absent or "-". A PIN on --pin-fd
     // is taken first.
     bool readInput(QByteArray *data);
+    // readInput() of another path.
+    bool readData(const QString &path, QByteArray *data);
     // A file, or standard input for "-".
     bool readFile(const QString &path, QByteArray *data);
     // --out FILE or standard output, encoded as --format says; without
@@ -139,6 +141,8 @@ public:
     // the bytes written to standard output are the field `field`.
     bool writeOutput(const QByteArray &bytes, const QString &field = QStringLiteral("data"));
     bool writeBytes(const QByteArray &bytes, Encoding encoding, const QString &field = QStringLiteral("data"));
+    // The bytes as written in that encoding.
+    static QByteArray encode(const QByteArray &bytes, Encoding encoding);
     // A file, or standard output for "-".
     bool writeFile(const QString &path, const QByteArray &bytes);
     // --format as an encoding.

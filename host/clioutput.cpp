@@ -65,6 +65,11 @@ void CliOutput::warn(const QString &text)
 
 int CliOutput::error(int exitCode, const QString &message, const QStringList &details, const QJsonObject &error)
 {
+    if (m_holding) {
+        if (m_held.message.isEmpty())
+            m_held = Failure{message, details, error};
+        return exitCode;
+    }
     // The text goes to standard error in either form: a person watching a
     // script sees it, and the JSON on standard output stays whole.
     QString text = QStringLiteral("%1: %2\n").arg(m_program, message);
@@ -91,4 +96,18 @@ int CliOutput::finish(int exitCode)
     const QJsonDocument doc(m_object);
     put(m_stdout, m_streamed ? doc.toJson(QJsonDocument::Compact) + '\n' : doc.toJson(QJsonDocument::Indented));
     return exitCode;
+}
+
+void CliOutput::holdFailure()
+{
+    m_holding = true;
+    m_held = Failure();
+}
+
+CliOutput::Failure CliOutput::takeFailure()
+{
+    m_holding = false;
+    const Failure held = m_held;
+    m_held = Failure();
+    return held;
 }

@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QString>
+#include <QStringList>
 
 #include <cstdio>
 
@@ -43,6 +44,18 @@ public:
     // Prints the JSON object once; returns exitCode.
     int finish(int exitCode);
 
+    // From holdFailure() to takeFailure(), error() keeps its first failure
+    // here instead of reporting it: one item of a batch, reported with the
+    // others.
+    struct Failure
+    {
+        QString message;
+        QStringList details;
+        QJsonObject error;
+    };
+    void holdFailure();
+    Failure takeFailure();
+
 private:
     void append(const char *key, const QString &text);
 
@@ -50,6 +63,8 @@ private:
     bool m_json = false;
     bool m_finished = false;
     bool m_streamed = false;
+    bool m_holding = false;
+    Failure m_held;
     FILE *m_stdout = stdout;
     QJsonObject m_object;
 };

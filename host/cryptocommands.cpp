@@ -1,5 +1,6 @@
 #include "cryptocommands.h"
 
+#include "batchrun.h"
 #include "blobconverter.h"
 #include "clicontext.h"
 
@@ -21,10 +22,17 @@ constexpr int kIvField = 32;
 // The default user id of SM2 signatures.
 const char kDefaultUserId[] = "1234567812345678";
 
-bool isDer(CliContext &ctx)
+// The form options of sign and verify, read once for all inputs.
+struct SignForm
 {
-    return ctx.value("format") == QLatin1String("der");
-}
+    explicit SignForm(const CliContext &ctx)
+        : raw(ctx.has("raw")), noZ(ctx.has("no-z")), der(ctx.value("format") == QLatin1String("der"))
+    {
+    }
+    bool raw;
+    bool noZ;
+    bool der;
+};
 
 // The token's SM3/SHA hash of data, through a hash object that is given back.
 bool tokenDigest(CliContext &ctx, quint64 alg, const QByteArray &pubkey, const QString &id, const QByteArray &data,
@@ -129,96 +137,72 @@ bool runCipher(CliContext &ctx, Qt::HANDLE hKey, bool encrypting, const QByteArr
     return true;
 }
 
-} // namespace
-
-int CryptoCommands::sign(CliContext &ctx)
+// The container's signature of data in the form sign writes; empty after
+// a report, with the exit code in *rc.
+QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm &form, const QByteArray &data, int *rc)
 {
-    const bool raw = ctx.has("raw");
-    const bool noZ = ctx.has("no-z");
-    if (!ctx.args().isEmpty() || (raw && ctx.has("compact")))
-        return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
-    QByteArray data;
-    if (!ctx.readInput(&data))
-        return CliContext::Usage;
-    int rc = CliContext::Ok;
-    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::User, false, &rc);
-    if (!handle)
-        return rc;
-
-    const int type = ctx.containerType(handle, &rc);
-    if (type < 0)
-        return rc;
     QByteArray signature;
+    *rc = CliContext::Failed;
     ctx.clearError();
-    if (type == kContainerSm2) {
-        if (raw) {
-            if (!ctx.call(ctx.key(), "eccSignData", signature, handle, data))
-                return CliContext::Failed;
-            if (signature.size() != BlobConverter::kEccSignatureBlobSize)
-                return ctx.fail(QStringLiteral("the key did not sign"));
-            if (isDer(ctx))
-                signature = BlobConverter::compactToDer(BlobConverter::signatureBlobToCompact(signature));
-        } else {
-            const bool withZ = !noZ;
-            if (!ctx.call(ctx.key(), "eccSimpleSign", signature, handle, data, withZ))
-                return CliContext::Failed;
-            // A refused signature comes back shorter than 64 bytes.
-            if (signature.size() != BlobConverter::kCompactSignatureSize)
-                return ctx.fail(QStringLiteral("the key did not sign"));
-            if (isDer(ctx))
-                signature = BlobConverter::compactToDer(signature);
-        }
-    } else if (type == kContainerRsa) {
-        if (isDer(ctx) || noZ)
-            return ctx.usage(QStringLiteral("--format der and --no-z are for SM2 signatures"));
+    if (type == kContainerRsa) {
         // The token signs what it is given: PKCS#1 needs the DigestInfo here.
-        const QByteArray input = raw ? data : BlobConverter::sha256DigestInfo(data);
+        const QByteArray input = form.raw ? data : BlobConverter::sha256DigestInfo(data);
         if (!ctx.call(ctx.key(), "rsaSignData", signature, handle, input))
-            return CliContext::Failed;
-        if (signature.isEmpty())
-            return ctx.fail(QStringLiteral("the key did not sign"));
+            return QByteArray();
+    } else if (form.raw) {
+        if (!ctx.call(ctx.key(), "eccSignData", signature, handle, data))
+            return QByteArray();
+        if (signature.size() != BlobConverter::kEccSignatureBlobSize)
+            signature.clear();
+        else if (form.der)
+            signature = BlobConverter::compactToDer(BlobConverter::signatureBlobToCompact(signature));
     } else {
-        return ctx.fail(QStringLiteral("the container holds no key pair"));
+        const bool withZ = !form.noZ;
+        if (!ctx.call(ctx.key(), "eccSimpleSign", signature, handle, data, withZ))
+            return QByteArray();
+        // A refused signature comes back shorter than 64 bytes.
+        if (signature.size() != BlobConverter::kCompactSignatureSize)
+            signature.clear();
+        else if (form.der)
+            signature = BlobConverter::compactToDer(signature);
     }
-    return ctx.writeOutput(signature, QStringLiteral("signature")) ? CliContext::Ok : CliContext::Usage;
+    if (signature.isEmpty()) {
+        *rc = ctx.fail(QStringLiteral("the key did not sign"));
+        return QByteArray();
+    }
+    *rc = CliContext::Ok;
+    return signature;
 }
 
-int CryptoCommands::verify(CliContext &ctx)
+// A signature file's bytes as --format says they are written; without it,
+// hex and base64 text are recognised.
+QByteArray decodedSignature(const QByteArray &bytes, const QString &format)
 {
-    const bool raw = ctx.has("raw");
-    const bool noZ = ctx.has("no-z");
-    if (!ctx.args().isEmpty() || !ctx.has("sig"))
-        return ctx.usage(QStringLiteral("verify --container C --sig FILE [--in FILE] [--raw] [--no-z]"));
-    const QString format = ctx.value("format");
-    QByteArray data, sig;
-    if (!ctx.readInput(&data) || !ctx.readFile(ctx.value("sig"), &sig))
-        return CliContext::Usage;
     if (format == QLatin1String("hex"))
-        sig = QByteArray::fromHex(sig.trimmed());
-    else if (format == QLatin1String("base64"))
-        sig = QByteArray::fromBase64(sig.trimmed());
-    else if (format.isEmpty())
-        sig = BlobConverter::fromText(sig);
+        return QByteArray::fromHex(bytes.trimmed());
+    if (format == QLatin1String("base64"))
+        return QByteArray::fromBase64(bytes.trimmed());
+    return format.isEmpty() ? BlobConverter::fromText(bytes) : bytes;
+}
 
-    int rc = CliContext::Ok;
-    Qt::HANDLE handle = ctx.selectedContainer(CliContext::Login::IfGiven, false, &rc);
-    if (!handle)
-        return rc;
-    const int type = ctx.containerType(handle, &rc);
-    if (type < 0)
-        return rc;
+// Checks sig over data with the container's signing key, in the form the
+// options name. Ok, or the exit code after a report.
+int checkSignature(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm &form, const QByteArray &data,
+                   const QByteArray &sig)
+{
     bool valid = false;
+    int rc = CliContext::Ok;
     if (type == kContainerSm2) {
-        const QByteArray compact = compactSignature(sig, format == QLatin1String("der"));
+        const QByteArray compact = compactSignature(sig, form.der);
         if (compact.isEmpty())
             return ctx.usage(QStringLiteral("the signature file holds no SM2 signature"));
-        if (raw || noZ) {
+        if (form.raw || form.noZ) {
             // The plain verification: the caller's data, or the token's hash
             // without the public key, against the signing public key.
             QByteArray pub, hashed = data;
             if (!ctx.publicKey(handle, true, &pub, &rc))
                 return rc;
-            if (noZ && !tokenDigest(ctx, kSgdSm3, QByteArray(), QLatin1String(kDefaultUserId), data, &hashed, &rc))
+            if (form.noZ && !tokenDigest(ctx, kSgdSm3, QByteArray(), QLatin1String(kDefaultUserId), data, &hashed, &rc))
                 return rc;
             ctx.clearError();
             if (!ctx.call(ctx.key(), "eccVerify", valid, pub, hashed, BlobConverter::compactToSignatureBlob(compact)))
@@ -229,21 +213,100 @@ int CryptoCommands::verify(CliContext &ctx)
             if (!ctx.call(ctx.key(), "eccSimpleVerify", valid, handle, data, compact, withZ))
                 return CliContext::Failed;
         }
-    } else if (type == kContainerRsa) {
+    } else {
         QByteArray pub;
         if (!ctx.publicKey(handle, true, &pub, &rc))
             return rc;
-        const QByteArray input = raw ? data : BlobConverter::sha256DigestInfo(data);
+        const QByteArray input = form.raw ? data : BlobConverter::sha256DigestInfo(data);
         ctx.clearError();
         if (!ctx.call(ctx.key(), "rsaVerify", valid, pub, input, sig))
             return CliContext::Failed;
-    } else {
-        return ctx.fail(QStringLiteral("the container holds no key pair"));
     }
-    if (!valid)
-        return ctx.fail(QStringLiteral("the signature does not verify"));
-    ctx.status(QStringLiteral("signature verified"));
-    return CliContext::Ok;
+    return valid ? int(CliContext::Ok) : ctx.fail(QStringLiteral("the signature does not verify"));
+}
+
+// The key's container and its type once the inputs are known: 0 and the
+// exit code in *rc after a report.
+int signingContainer(CliContext &ctx, CliContext::Login login, Qt::HANDLE *handle, int *rc)
+{
+    *handle = ctx.selectedContainer(login, false, rc);
+    if (!*handle)
+        return 0;
+    const int type = ctx.containerType(*handle, rc);
+    if (type == kContainerRsa || type == kContainerSm2)
+        return type;
+    if (type >= 0)
+        *rc = ctx.fail(QStringLiteral("the container holds no key pair"));
+    return 0;
+}
+
+} // namespace
+
+int CryptoCommands::sign(CliContext &ctx)
+{
+    const SignForm form(ctx);
+    if (form.raw && ctx.has("compact"))
+        return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
+    BatchRun batch(ctx, BatchRun::Mode::Sign);
+    QByteArray data;
+    if (batch.wanted() ? !batch.prepare() : !ctx.readInput(&data))
+        return CliContext::Usage;
+    Qt::HANDLE handle = nullptr;
+    int rc = CliContext::Ok;
+    const int type = signingContainer(ctx, CliContext::Login::User, &handle, &rc);
+    if (!type)
+        return rc;
+    if (type == kContainerRsa && (form.der || form.noZ))
+        return ctx.usage(QStringLiteral("--format der and --no-z are for SM2 signatures"));
+    if (!batch.wanted()) {
+        const QByteArray signature = signData(ctx, handle, type, form, data, &rc);
+        if (signature.isEmpty())
+            return rc;
+        return ctx.writeOutput(signature, QStringLiteral("signature")) ? CliContext::Ok : CliContext::Usage;
+    }
+    // Signature files are raw unless --format says otherwise.
+    const CliContext::Encoding encoding = ctx.has("format") ? ctx.outputEncoding() : CliContext::Encoding::Raw;
+    return batch.run([&](const QString &input, const QString &signatureFile) {
+        QByteArray message;
+        if (!ctx.readFile(input, &message))
+            return int(CliContext::Usage);
+        int result = CliContext::Ok;
+        const QByteArray signature = signData(ctx, handle, type, form, message, &result);
+        if (signature.isEmpty())
+            return result;
+        return ctx.writeFile(signatureFile, CliContext::encode(signature, encoding)) ? int(CliContext::Ok)
+                                                                                      : int(CliContext::Usage);
+    });
+}
+
+int CryptoCommands::verify(CliContext &ctx)
+{
+    const SignForm form(ctx);
+    const QString format = ctx.value("format");
+    BatchRun batch(ctx, BatchRun::Mode::Verify);
+    if (!batch.wanted() && !ctx.has("sig"))
+        return ctx.usage(QStringLiteral("verify needs --sig FILE, or the files of a batch"));
+    QByteArray data, sig;
+    if (batch.wanted() ? !batch.prepare()
+                       : !ctx.readInput(&data) || !ctx.readFile(ctx.value("sig"), &sig))
+        return CliContext::Usage;
+    Qt::HANDLE handle = nullptr;
+    int rc = CliContext::Ok;
+    const int type = signingContainer(ctx, CliContext::Login::IfGiven, &handle, &rc);
+    if (!type)
+        return rc;
+    if (!batch.wanted()) {
+        rc = checkSignature(ctx, handle, type, form, data, decodedSignature(sig, format));
+        if (rc == CliContext::Ok)
+            ctx.status(QStringLiteral("signature verified"));
+        return rc;
+    }
+    return batch.run([&](const QString &input, const QString &signatureFile) {
+        QByteArray message, bytes;
+        if (!ctx.readFile(input, &message) || !ctx.readFile(signatureFile, &bytes))
+            return int(CliContext::Usage);
+        return checkSignature(ctx, handle, type, form, message, decodedSignature(bytes, format));
+    });
 }
 
 int CryptoCommands::digest(CliContext &ctx)

@@ -63,6 +63,10 @@ const CliProgram kTwkey{
         {"alg", "ALG", "digest: sm3, sha1 or sha256; seal read: the algorithm number"},
         {"id", "ID", "the SM2 user id (default 1234567812345678)"},
         {"sig", "FILE", "the signature to verify: raw, hex, base64 or DER"},
+        {"list", "FILE", "more inputs to sign or verify, one path a line (\"-\": standard input)"},
+        {"out-dir", "DIR", "where sign writes the signature files of a batch (default: beside each input)"},
+        {"sig-dir", "DIR", "where verify finds the signature files of a batch (default: beside each input)"},
+        {"stop-on-error", nullptr, "a batch stops at its first failed input"},
         {"key-out", "FILE", "where encrypt writes the wrapped session key"},
         {"key-in", "FILE", "the wrapped session key that decrypt unwraps"},
         {"mode", "ecb|cbc", "SM4 mode (default ecb)"},
@@ -136,16 +140,24 @@ const CliProgram kTwkey{
          "Export the signing public key (--enc: the encryption one) as the token's blob, or with --pem as a "
          "SubjectPublicKeyInfo PEM (SM2 keys on the SM2 curve, readable by openssl).",
          onContext<ContainerCommands::pubkey>},
-        {"sign", "", "@key @pin container! in @out raw compact no-z", "sign the input",
+        {"sign", "[FILE...]", "@key @pin container! in @out raw compact no-z list out-dir stop-on-error",
+         "sign the input, or a batch of files",
          "Sign the input (default: standard input). SM2: the token hashes with SM3 over the public key and the "
          "id 1234567812345678 and gives the 64-byte r||s (--compact, the default; --no-z leaves out the "
          "public key); --raw signs the input as it is into the token's 128-byte signature blob; --format der "
          "writes a DER signature that openssl verifies. RSA: PKCS#1 v1.5 over SHA-256 of the input (--raw: "
-         "the input as it is). Needs the user PIN.",
+         "the input as it is). Needs the user PIN.\n"
+         "Given FILEs, or a list of paths in --list, signs each with one login into FILE.sig, or into the "
+         "folder of --out-dir; the files are raw unless --format says otherwise. Each input is reported on a "
+         "line of its own (a result under \"results\" in JSON), one that fails does not stop the others unless "
+         "--stop-on-error, and the exit status is 1 when any failed.",
          onContext<CryptoCommands::sign>},
-        {"verify", "", "@key @pin container! sig! in format raw compact no-z", "verify a signature",
+        {"verify", "[FILE...]", "@key @pin container! sig in format raw compact no-z list sig-dir stop-on-error",
+         "verify a signature, or a batch of them",
          "Verify a signature made by sign with the same options. The signature may be raw (r||s, the 128-byte "
-         "blob or DER), hex or base64; --format says which, or it is recognised.",
+         "blob or DER), hex or base64; --format says which, or it is recognised.\n"
+         "Given FILEs, or a list of paths in --list, verifies each against FILE.sig, or the .sig of its name in "
+         "the folder of --sig-dir, and reports each as sign does.",
          onContext<CryptoCommands::verify>},
         {"digest", "", "@key @pin alg! in @out container id", "hash on the key",
          "Hash the input on the key with sm3, sha1 or sha256. With --container (SM3 only) the hash covers the "

@@ -93,6 +93,12 @@ void TWCore::setDiscard(bool on)
     m_discard = on;
 }
 
+void TWCore::setKeepDebug(bool on)
+{
+    QMutexLocker lock(&m_mutex);
+    m_keepDebug = on;
+}
+
 QList<TWCore::LogLine> TWCore::lines() const
 {
     QMutexLocker lock(&m_mutex);
@@ -137,7 +143,8 @@ void TWCore::append(Level level, const QString &text)
     ++m_lineCount;
     if (m_discard)
         return;
-    m_lines.append(LogLine{level, text});
+    if (m_keepDebug || level == Level::Error)
+        m_lines.append(LogLine{level, text});
     if (!m_logFile.isOpen() && !m_verbose)
         return;
     const QByteArray line = QDateTime::currentDateTime().toString(QStringLiteral("hh:mm:ss.zzz")).toUtf8()

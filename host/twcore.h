@@ -46,6 +46,9 @@ public:
     // Keeps nothing and writes nothing: for runs that measure the library
     // rather than the sink. Lines are still counted.
     void setDiscard(bool on);
+    // Off: lines() keeps the error lines alone, for a long run that reads
+    // no other (the log file and --verbose still get every line).
+    void setKeepDebug(bool on);
 
     QList<LogLine> lines() const;
     QStringList lines(Level level) const;
@@ -66,6 +69,7 @@ private:
     QFile m_logFile;
     bool m_verbose = false;
     bool m_discard = false;
+    bool m_keepDebug = true;
 };
 
 #endif

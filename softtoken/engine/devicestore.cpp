@@ -21,8 +21,12 @@ const char *const DeviceStore::DeviceFile = "device.json";
 const char *const DeviceStore::PresentFile = "present";
 const char *const DeviceStore::FaultFile = "faults.json";
 const char *const DeviceStore::LockFile = "lock";
+const char *const DeviceStore::GenerationFile = ".generation";
 
 namespace {
+
+// The generation file is started afresh at this size.
+const off_t kGenerationLimit = 4096;
 
 QByteArray native(const QString &path) { return QFile::encodeName(path); }
 
@@ -118,6 +122,28 @@ QString DeviceStore::path(const QString &device, const char *file) const
     if (file)
         p += QLatin1Char('/') + QLatin1String(file);
     return p;
+}
+
+QString DeviceStore::generationPath() const
+{
+    return m_root + QLatin1Char('/') + QLatin1String(GenerationFile);
+}
+
+void DeviceStore::bumpGeneration() const
+{
+    // Appends of writers holding other devices' locks don't lose each
+    // other; a file started afresh is a new inode, which readers see too.
+    const QByteArray file = native(generationPath());
+    const int fd = ::open(file.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    struct stat st;
+    bool ok = fd >= 0 && ::write(fd, "+", 1) == 1 && ::fstat(fd, &st) == 0;
+    if (fd >= 0)
+        ::close(fd);
+    if (ok && st.st_size >= kGenerationLimit)
+        ok = writeAtomically(generationPath(), QByteArrayLiteral("+"), nullptr);
+    // Without a generation, readers look at every file again.
+    if (!ok)
+        ::unlink(file.constData());
 }
 
 QStringList DeviceStore::deviceNames() const
@@ -235,7 +261,9 @@ bool DeviceStore::lockedWrite(const QString &device, const std::function<bool(QS
         return false;
     }
     sweepTemporaries(path(device));
-    return work(error);
+    const bool done = work(error);
+    bumpGeneration();
+    return done;
 }
 
 bool DeviceStore::create(const QString &device, const DeviceData &data, QString *error)
@@ -262,14 +290,18 @@ bool DeviceStore::create(const QString &device, const DeviceData &data, QString 
     DeviceLock lock(path(device, LockFile));
     sweepTemporaries(path(device));
     if (writeAtomically(path(device, DeviceFile), data.toJson(), error)
-        && writeAtomically(path(device, PresentFile), TokenCrypto::random(8).toHex(), error))
+        && writeAtomically(path(device, PresentFile), TokenCrypto::random(8).toHex(), error)) {
+        bumpGeneration();
         return true;
+    }
     // Half a device is none: what was made goes again, the device file first.
     for (const char *name : {DeviceFile, PresentFile, LockFile})
         ::unlink(native(path(device, name)).constData());
     ::rmdir(native(path(device)).constData());
     if (madeRoot)
         ::rmdir(native(m_root).constData());
+    else
+        bumpGeneration();
     return false;
 }
 

@@ -5,6 +5,9 @@
 //                                 a token that changes at each insertion
 //   <root>/<device>/faults.json   the fault plan, absent when there is none
 //   <root>/<device>/lock          flock target serialising writers
+//   <root>/.generation            grows by one byte after every write, so
+//                                 that one stat() tells a reader whether
+//                                 anything in the store changed
 //
 // Every change is a read-modify-write under the lock, written to a temporary
 // file, synced and renamed over the old one, so readers never see half a
@@ -27,6 +30,7 @@ public:
     static const char *const PresentFile;
     static const char *const FaultFile;
     static const char *const LockFile;
+    static const char *const GenerationFile;
 
     explicit DeviceStore(const QString &root);
 
@@ -38,6 +42,7 @@ public:
 
     const QString &root() const { return m_root; }
     QString path(const QString &device, const char *file = nullptr) const;
+    QString generationPath() const;
 
     QStringList deviceNames() const;
     bool exists(const QString &device) const;
@@ -59,6 +64,8 @@ public:
 
 private:
     bool lockedWrite(const QString &device, const std::function<bool(QString *)> &work, QString *error);
+    // Called with a device's lock held, after its files were written.
+    void bumpGeneration() const;
 
     QString m_root;
 };

@@ -114,9 +114,9 @@ TWF_EXPORT ULONG TWF_GetSerialNumberByDevName(LPSTR szDevName, LPSTR szSerial, U
         return SAR_INVALIDPARAMERR;
     DeviceStore store(SkfCall::storeRoot());
     QString name;
-    DeviceData d;
+    const DeviceData *d = nullptr;
     const ULONG rv = call.presentDevice(store, szDevName, &name, &d);
-    return rv != SAR_OK ? rv : call.fillText(d.serial.toUtf8().append('\0'), szSerial, pulLen);
+    return rv != SAR_OK ? rv : call.fillText(d->serial.toUtf8().append('\0'), szSerial, pulLen);
 }
 
 TWF_EXPORT ULONG TWF_GetLabelName(DEVHANDLE hDev, LPSTR szLabel, ULONG *pulLen)

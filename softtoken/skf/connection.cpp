@@ -1,5 +1,7 @@
 #include "connection.h"
 
+#include "devicecache.h"
+
 #include <QFile>
 
 #include <fcntl.h>
@@ -30,6 +32,8 @@ void Connection::bind(const QString &device, const QByteArray &presenceToken)
     m_lockPath = nativePath(m_store, device, "devlock");
     m_token = presenceToken;
     m_presentStamp = FileStamp::of(m_presentPath);
+    // Bound within a call that has just read the token.
+    m_presentEpoch = DeviceCache::instance().epoch(m_store.root());
 }
 
 Connection::~Connection()
@@ -40,13 +44,16 @@ Connection::~Connection()
 bool Connection::alive()
 {
     if (!m_dead) {
-        const FileStamp now = FileStamp::of(m_presentPath);
-        if (now.unchangedSince(m_presentStamp))
+        const quint64 epoch = DeviceCache::instance().epoch(m_store.root());
+        if (epoch == m_presentEpoch)
             return true;
+        const FileStamp now = FileStamp::of(m_presentPath);
         QByteArray token;
-        if (now.exists() && DeviceStore::readAll(m_store.path(m_device, DeviceStore::PresentFile), &token)
-            && token == m_token) {
+        if (now.unchangedSince(m_presentStamp)
+            || (now.exists() && DeviceStore::readAll(m_store.path(m_device, DeviceStore::PresentFile), &token)
+                && token == m_token)) {
             m_presentStamp = now;
+            m_presentEpoch = epoch;
             return true;
         }
         // Pulled, or pulled and put back: either way this connection is over.

@@ -66,6 +66,8 @@ private:
     std::string m_lockPath;
     QByteArray m_token;
     FileStamp m_presentStamp;
+    // The store's state in which the device was last found present.
+    quint64 m_presentEpoch = 0;
     bool m_dead = false;
     QSet<QString> m_user;
     QSet<QString> m_admin;

@@ -2,7 +2,12 @@
 
 #include "connection.h"
 #include "devicestore.h"
+#include "skfcall.h"
 #include "tokencrypto.h"
+
+#include <QFile>
+
+#include <unistd.h>
 
 DeviceCache &DeviceCache::instance()
 {
@@ -35,36 +40,95 @@ EVP_PKEY *DeviceCache::Snapshot::privateKey(const QString &app, const QString &c
     return key;
 }
 
+quint64 DeviceCache::epoch(const QString &root)
+{
+    Generation &g = m_generations[root];
+    if (g.call == m_call && g.epoch)
+        return g.epoch;
+    g.call = m_call;
+    // Writers grow the file after writing, under the device's lock: an
+    // unchanged file means unchanged devices.
+    if (g.path.empty())
+        g.path = QFile::encodeName(DeviceStore(root).generationPath()).toStdString();
+    const FileStamp now = FileStamp::of(g.path);
+    if (!now.sameAs(g.stamp) || !g.epoch)
+        g.epoch = ++m_lastEpoch;
+    g.stamp = now;
+    return g.epoch;
+}
+
+const DeviceCache::Listing &DeviceCache::listing(const DeviceStore &store)
+{
+    Listing &l = m_listings[store.root()];
+    const quint64 now = epoch(store.root());
+    if (l.epoch != now) {
+        const QStringList all = store.deviceNames();
+        QStringList present;
+        l.isPresent.clear();
+        l.planned.clear();
+        for (const QString &d : all) {
+            const bool in = store.isPresent(d);
+            l.isPresent.insert(d, in);
+            if (in)
+                present.append(d);
+            if (::access(QFile::encodeName(store.path(d, DeviceStore::FaultFile)).constData(), F_OK) == 0)
+                l.planned.append(d);
+        }
+        l.allText = SkfCall::multiString(all);
+        l.presentText = SkfCall::multiString(present);
+        l.epoch = now;
+    }
+    return l;
+}
+
 DeviceCache::SnapshotPtr DeviceCache::snapshot(Connection *connection)
 {
-    Entry &e = m_entries[connection->dataPath()];
-    const FileStamp now = FileStamp::of(connection->dataPath());
+    return snapshot(connection->store(), connection->device(), connection->dataPath());
+}
+
+DeviceCache::SnapshotPtr DeviceCache::snapshot(const DeviceStore &store, const QString &device)
+{
+    return snapshot(store, device, QFile::encodeName(store.path(device, DeviceStore::DeviceFile)).toStdString());
+}
+
+DeviceCache::SnapshotPtr DeviceCache::snapshot(const DeviceStore &store, const QString &device, const std::string &path)
+{
+    Entry &e = m_entries[path];
+    const quint64 epoch = this->epoch(store.root());
+    if (e.snapshot && e.epoch == epoch)
+        return e.snapshot;
+    const FileStamp now = FileStamp::of(path);
+    e.epoch = 0;
     if (!now.exists()) {
         e.snapshot.reset();
         return nullptr;
     }
-    if (e.snapshot && now.unchangedSince(e.stamp))
-        return e.snapshot;
-    auto fresh = std::make_shared<Snapshot>();
-    e.stamp = now;
-    if (connection->store().load(connection->device(), &fresh->data, nullptr))
-        e.snapshot = fresh;
-    else
-        e.snapshot.reset();
+    if (!e.snapshot || !now.unchangedSince(e.stamp)) {
+        auto fresh = std::make_shared<Snapshot>();
+        e.stamp = now;
+        if (store.load(device, &fresh->data, nullptr))
+            e.snapshot = fresh;
+        else
+            e.snapshot.reset();
+    }
+    if (e.snapshot)
+        e.epoch = epoch;
     return e.snapshot;
 }
 
 bool DeviceCache::takeFault(DeviceStore &store, const QString &device, const std::string &faultPath,
                             const char *function, FaultPlan::Entry *fault)
 {
-    const FileStamp now = FileStamp::of(faultPath);
-    if (!now.exists())
-        return false;
     Entry &e = m_entries[faultPath];
-    if (!now.unchangedSince(e.faultStamp)) {
-        if (!store.loadFaults(device, &e.faults))
+    const quint64 epoch = this->epoch(store.root());
+    if (e.faultEpoch != epoch) {
+        const FileStamp now = FileStamp::of(faultPath);
+        if (!now.exists())
+            e.faults = FaultPlan();
+        else if (!now.unchangedSince(e.faultStamp) && !store.loadFaults(device, &e.faults))
             e.faults = FaultPlan();
         e.faultStamp = now;
+        e.faultEpoch = epoch;
     }
     if (!e.faults.mentions(function))
         return false;
@@ -76,5 +140,6 @@ bool DeviceCache::takeFault(DeviceStore &store, const QString &device, const std
         return taken || counted;
     }, nullptr);
     e.faultStamp = FileStamp();
+    e.faultEpoch = 0;
     return taken;
 }

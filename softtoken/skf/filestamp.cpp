@@ -29,10 +29,15 @@ FileStamp FileStamp::of(const std::string &path)
     return s;
 }
 
+bool FileStamp::sameAs(const FileStamp &other) const
+{
+    return m_exists && other.m_exists && m_ino == other.m_ino && m_size == other.m_size
+           && m_mtimeNs == other.m_mtimeNs && m_ctimeNs == other.m_ctimeNs;
+}
+
 bool FileStamp::unchangedSince(const FileStamp &other) const
 {
-    if (!m_exists || !other.m_exists || m_ino != other.m_ino || m_size != other.m_size
-        || m_mtimeNs != other.m_mtimeNs || m_ctimeNs != other.m_ctimeNs)
+    if (!sameAs(other))
         return false;
     const long long changed = other.m_mtimeNs > other.m_ctimeNs ? other.m_mtimeNs : other.m_ctimeNs;
     return other.m_takenNs - changed > kSettleNs;

@@ -15,6 +15,8 @@ public:
     static FileStamp of(const std::string &path);
 
     bool exists() const { return m_exists; }
+    // The same version of the file, however recently it was written.
+    bool sameAs(const FileStamp &other) const;
     // Same version as other, and other old enough to be trusted.
     bool unchangedSince(const FileStamp &other) const;
 

@@ -30,7 +30,7 @@ SKF_EXPORT ULONG SKF_WaitForDevEvent(LPSTR szDevName, ULONG *pulDevNameLen, ULON
     {
         SkfCall call("SKF_WaitForDevEvent");
         DeviceStore store(SkfCall::storeRoot());
-        const ULONG rv = call.anyDevice(store, store.deviceNames());
+        const ULONG rv = call.anyDevice(store, DeviceCache::instance().listing(store).planned);
         if (rv != SAR_OK)
             return rv;
     }
@@ -50,15 +50,11 @@ SKF_EXPORT ULONG SKF_EnumDev(BOOL bPresent, LPSTR szNameList, ULONG *pulSize)
     if (!pulSize)
         return SAR_INVALIDPARAMERR;
     DeviceStore store(SkfCall::storeRoot());
-    const QStringList all = store.deviceNames();
-    const ULONG rv = call.anyDevice(store, all);
+    const DeviceCache::Listing &devices = DeviceCache::instance().listing(store);
+    const ULONG rv = call.anyDevice(store, devices.planned);
     if (rv != SAR_OK)
         return rv;
-    QStringList names;
-    for (const QString &d : all)
-        if (!bPresent || store.isPresent(d))
-            names.append(d);
-    return call.fillText(SkfCall::multiString(names), szNameList, pulSize);
+    return call.fillText(bPresent ? devices.presentText : devices.allText, szNameList, pulSize);
 }
 
 SKF_EXPORT ULONG SKF_ConnectDev(LPSTR szName, DEVHANDLE *phDev)
@@ -69,7 +65,7 @@ SKF_EXPORT ULONG SKF_ConnectDev(LPSTR szName, DEVHANDLE *phDev)
         return SAR_INVALIDPARAMERR;
     *phDev = nullptr;
     DeviceStore store(SkfCall::storeRoot());
-    DeviceData data;
+    const DeviceData *data = nullptr;
     QByteArray token;
     const ULONG rv = call.presentDevice(store, szName, &name, &data, &token);
     if (rv != SAR_OK)
@@ -97,14 +93,15 @@ SKF_EXPORT ULONG SKF_GetDevState(LPSTR szDevName, ULONG *pulDevState)
     if (!szDevName || !pulDevState)
         return SAR_INVALIDPARAMERR;
     DeviceStore store(SkfCall::storeRoot());
-    if (!SkfCall::name(szDevName, 64, &name) || !store.exists(name)) {
+    const DeviceCache::Listing &devices = DeviceCache::instance().listing(store);
+    if (!SkfCall::name(szDevName, 64, &name) || !DeviceStore::validDeviceName(name) || !devices.isPresent.contains(name)) {
         *pulDevState = DEV_ABSENT_STATE;
         return SAR_OK;
     }
     const ULONG rv = call.named(store, name);
     if (rv != SAR_OK)
         return rv;
-    *pulDevState = store.isPresent(name) ? DEV_PRESENT_STATE : DEV_ABSENT_STATE;
+    *pulDevState = devices.isPresent.value(name) ? DEV_PRESENT_STATE : DEV_ABSENT_STATE;
     return SAR_OK;
 }
 

@@ -91,8 +91,10 @@ SkfCall::SkfCall(const char *function)
     , m_function(function)
     , m_outer(t_outermost)
 {
-    if (!m_outer)
+    if (!m_outer) {
         t_outermost = this;
+        DeviceCache::instance().beginCall();
+    }
 }
 
 SkfCall::~SkfCall()
@@ -187,32 +189,39 @@ ULONG SkfCall::anyDevice(DeviceStore &store, const QStringList &devices)
     return SAR_OK;
 }
 
-ULONG SkfCall::presentDevice(DeviceStore &store, LPSTR text, QString *name, DeviceData *data, QByteArray *token)
+ULONG SkfCall::presentDevice(DeviceStore &store, LPSTR text, QString *name, const DeviceData **data, QByteArray *token)
 {
-    if (!SkfCall::name(text, 64, name) || !store.exists(*name))
+    const DeviceCache::Listing &devices = DeviceCache::instance().listing(store);
+    if (!SkfCall::name(text, 64, name) || !DeviceStore::validDeviceName(*name) || !devices.isPresent.contains(*name))
         return SAR_INVALIDPARAMERR;
-    const QByteArray presence = store.presenceToken(*name);
-    if (presence.isEmpty())
+    QByteArray presence;
+    if (!devices.isPresent.value(*name)
+        || (token && (!DeviceStore::readAll(store.path(*name, DeviceStore::PresentFile), &presence) || presence.isEmpty())))
         return SAR_DEVICE_REMOVED;
     const ULONG rv = named(store, *name);
     if (rv != SAR_OK)
         return rv;
-    if (!store.load(*name, data, nullptr))
+    *data = hold(DeviceCache::instance().snapshot(store, *name));
+    if (!*data)
         return SAR_READFILEERR;
     if (token)
         *token = presence;
     return SAR_OK;
 }
 
+const DeviceData *SkfCall::hold(DeviceCache::SnapshotPtr snapshot)
+{
+    if (!snapshot)
+        return nullptr;
+    if (m_held.empty() || m_held.back() != snapshot)
+        m_held.push_back(std::move(snapshot));
+    return &m_held.back()->data;
+}
+
 ULONG SkfCall::data(Connection *connection, const DeviceData **out)
 {
-    DeviceCache::SnapshotPtr snap = DeviceCache::instance().snapshot(connection);
-    *out = snap ? &snap->data : nullptr;
-    if (!snap)
-        return SAR_DEVICE_REMOVED;
-    if (m_held.empty() || m_held.back() != snap)
-        m_held.push_back(std::move(snap));
-    return SAR_OK;
+    *out = hold(DeviceCache::instance().snapshot(connection));
+    return *out ? SAR_OK : SAR_DEVICE_REMOVED;
 }
 
 ULONG SkfCall::appData(AppObject *app, const DeviceData::App **out)

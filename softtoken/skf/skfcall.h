@@ -56,7 +56,7 @@ public:
     ULONG anyDevice(DeviceStore &store, const QStringList &devices);
     // A present device of the store named by text, its plan taken, and its
     // data; the presence token of the insertion if asked for.
-    ULONG presentDevice(DeviceStore &store, LPSTR text, QString *name, DeviceData *data,
+    ULONG presentDevice(DeviceStore &store, LPSTR text, QString *name, const DeviceData **data,
                         QByteArray *token = nullptr);
 
     // The device's current data, or the application and container of a
@@ -114,6 +114,8 @@ public:
 
 private:
     ULONG checkDevice(Connection *connection);
+    // Keeps a snapshot valid for the rest of the call.
+    const DeviceData *hold(DeviceCache::SnapshotPtr snapshot);
     ULONG takeFault(DeviceStore &store, const QString &device, const std::string &faultPath);
 
     std::unique_lock<std::recursive_mutex> m_lock;

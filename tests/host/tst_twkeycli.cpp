@@ -44,7 +44,8 @@ private slots:
         for (int i = 0; i < 300; ++i)
             blob += char(i);
         qputenv("TWCLI_PIN", "12345678");
-        QVERIFY(QDir(m_dir.path()).mkpath("emptybin/kdp") && QDir(m_dir.path()).mkpath("skfbin/kdp")); // skfbin: the SKF package alone
+        QVERIFY(QDir(m_dir.path()).mkpath("emptybin/kdp") && QDir(m_dir.path()).mkpath("skfbin/kdp") // skfbin: the SKF package alone
+                && QDir(m_dir.path()).mkpath("sigs"));
         QVERIFY(QFile::link(kBin + "/kdp/softtoken", place("{D}/skfbin/kdp/softtoken")) && writeAll(place("{D}/pin.txt"), "12345678\n"));
         QVERIFY(writeAll(place("{D}/blob.bin"), blob) && writeAll(place("{D}/msg.txt"), "a message for the key\n")
                 && writeAll(place("{D}/value.bin"), QByteArray(32, 'v')) && writeAll(place("{D}/plain.txt"), QByteArray(100, 'p'))
@@ -170,6 +171,21 @@ private slots:
         row("openssl dgst -sha256 -verify {D}/rsa.pem -signature {D}/rsa.sig {D}/msg.txt", "", 0, {});
         row("twkey verify --container rsanew --sig {D}/rsa.sig", "changed\n", 1, {});
         row("twkey sign --pin 12345678 --format der --container rsanew --in {D}/msg.txt", "", 2, {});
+        // Many inputs, one login: each reported, one that fails fails alone, every signature verifies.
+        row("twkey sign --container sm2new --pin 12345678 --format der --stop-on-error {D}/msg.txt {D}/plain.txt {D}/none.txt {D}/blob.bin", "", 1,
+            {"~^signed +\\S+msg.txt \\(\\S+msg.txt.sig\\)\nsigned +\\S+plain.txt .*\nFAILED +\\S+none.txt: cannot read .*\nskipped +\\S+blob.bin\n$",
+             "!twkey: 2 of 4 signed, 1 failed, 1 not tried"});
+        row("twkey sign --container rsanew --pin-fd 0 --out-dir {D}/sigs --list -", "12345678\n{D}/msg.txt\n{D}/plain.txt\n{D}/blob.bin\n", 0, {"!3 of 3 signed\n"});
+        row("bash -s", "cd {D} && for f in msg plain; do openssl dgst -sm3 -sigopt distid:1234567812345678 -verify pub.pem -signature $f.txt.sig $f.txt"
+            " && openssl dgst -sha256 -verify rsa.pem -signature sigs/$f.txt.sig $f.txt || exit 1; done", 0, {});
+        row("flip {D}/sigs/plain.txt.sig {D}/sigs/plain.txt.sig", "", 0, {});
+        row("twkey verify --container rsanew --sig-dir {D}/sigs --json {D}/msg.txt {D}/plain.txt {D}/blob.bin", "", 1,
+            {"~\"in\": \"\\S+msg.txt\",\\s*\"ok\": true", "~\"name\": \"SAR_\\w+\",[^}]*\\},\\s*\"in\": \"\\S+plain.txt\",\\s*\"message\": \"the signature does not verify\",\\s*\"ok\": false",
+             "~\"in\": \"\\S+blob.bin\",\\s*\"ok\": true", "~\"message\": \"2 of 3 verified, 1 failed\""});
+        // Another process's write between two signatures of a batch is seen at the next call.
+        row("bash -s", "cd {D} && mkdir live && mkfifo fifo && ({BIN}/twkey sign --container main --pin 12345678 --out-dir live msg.txt fifo blob.bin &"
+            " until [ -e live/msg.txt.sig ]; do sleep 0.02; done; {BIN}/softtoken fault clitoken SKF_ECCSignData 0x0A000001 --times 1 >/dev/null;"
+            " echo 2 > fifo; wait $!)", 1, {"~^signed .*\nFAILED +fifo: the key did not sign \\(error 0x0A000001 SAR_FAIL: .*\nsigned +blob.bin .*\n$"});
         row("twkey digest --alg sha1 --format hex --out -", "abc", 0, {"=a9993e364706816aba3e25717850c26c9cd0d89d\n"});
         row("twkey digest --alg sha256 --format hex", "abc", 0, {"=ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n"});
         row("twkey digest --alg sm3 --format hex", "abc", 0, {"=66c7f0f462eeedd9d1f2d46bdc10e4e24167c4875cf2f7a2297da02b8f4ba8e0\n"});
@@ -234,7 +250,7 @@ private slots:
         } else {
             p.start(program == "twkey" || program == "softtoken" ? kBin + "/" + program : program == "shell" ? "bash" : program, args);
             QVERIFY2(p.waitForStarted(10000), qPrintable(program));
-            p.write(input.toUtf8());
+            p.write(place(input).toUtf8());
             p.closeWriteChannel();
             QVERIFY(p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit);
             out = p.readAllStandardOutput();
