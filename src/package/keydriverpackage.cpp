@@ -179,9 +179,10 @@ bool KeyDriverPackage::load()
         return false;
     }
 
-    // The root's name matters only when there is no root at all.
+    // The root's name is never checked: the old test asked for a name other
+    // than "driver" of a root that is absent, which has none.
     const QDomElement root = document.documentElement();
-    if (root.isNull() && root.tagName() != QLatin1String("driver")) {
+    if (root.isNull()) {
         TW_LOG(QStringLiteral("end. xml parser failed. tagName = driver"));
         return false;
     }
