@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Runs each fuzzer for a set time, two at a time, on the seeds in fuzz/seeds
+# Runs each fuzzer for a set time, two at a time, on the seeds in tests/fuzz/seeds
 # and a working corpus beside the fuzzers; prints the executions of each.
 # Usage: fuzz.sh BIN_DIR SECONDS
 set -uo pipefail
 bin=$1
 seconds=$2
-seeds=$(cd "$(dirname "$0")/../fuzz/seeds" && pwd)
+seeds=$(cd "$(dirname "$0")/../tests/fuzz/seeds" && pwd)
 # The fuzzers' own files (packages, archives) go to memory where it can.
 [ -w /dev/shm ] && export TMPDIR=/dev/shm
 run() {
