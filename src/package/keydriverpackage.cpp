@@ -50,7 +50,7 @@ QString readConfig(const QString &path, QByteArray *content)
     ::close(fd);
     content->truncate(int(got));
     if (why.isEmpty() && got > kMaxConfig)
-        why = QStringLiteral("is larger than %1 bytes").arg(kMaxConfig);
+        why = QLatin1String("is larger than ") + QString::number(kMaxConfig) + QLatin1String(" bytes");
     return why;
 }
 
@@ -133,7 +133,7 @@ bool KeyDriverPackage::open()
         const bool unpacked = QDir(_workPath + QLatin1String(kConfigName)).exists() && QFileInfo(_configPath).exists();
         QString why;
         if (!unpacked && !PackageArchive::unpack(_kdpPath, _workPath, &why))
-            TW_LOG(QStringLiteral(" unpack refused: %1").arg(why));
+            TW_LOG(QLatin1String(" unpack refused: ") + why);
     } else {
         TW_LOG(QStringLiteral(" end. unknow format"));
         return false;
@@ -155,14 +155,14 @@ bool KeyDriverPackage::load()
     QByteArray content;
     const QString why = readConfig(_workPath + QLatin1String(kConfigName), &content);
     if (!why.isEmpty()) {
-        TW_LOG(QStringLiteral(" config.xml %1").arg(why));
+        TW_LOG(QLatin1String(" config.xml ") + why);
         TW_LOG(QStringLiteral(" open failed."));
         return false;
     }
     const int levels = depth(content);
     if (levels < 0 || levels > kMaxDepth) {
         TW_LOG(levels < 0 ? QStringLiteral(" config.xml declares entities")
-                          : QStringLiteral(" config.xml nests deeper than %1 levels").arg(kMaxDepth));
+                          : QLatin1String(" config.xml nests deeper than ") + QString::number(kMaxDepth) + QLatin1String(" levels"));
         TW_LOG(QStringLiteral("end. xml parser failed."));
         return false;
     }

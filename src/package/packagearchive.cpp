@@ -126,7 +126,7 @@ public:
         for (bool more = zip.goToFirstFile(); more; more = zip.goToNextFile()) {
             QuaZipFileInfo64 info;
             if (++entries > PackageArchive::kMaxEntries)
-                return fail(QStringLiteral("more than %1 entries").arg(PackageArchive::kMaxEntries));
+                return fail(QLatin1String("more than ") + QString::number(PackageArchive::kMaxEntries) + QLatin1String(" entries"));
             if (!zip.getCurrentFileInfo(&info) || !entry(zip, info))
                 return why.isEmpty() ? fail(QStringLiteral("damaged archive")) : false;
         }
@@ -137,7 +137,7 @@ public:
         for (const QString &link : m_links) {
             const QString lands = QFileInfo(m_path + QLatin1Char('/') + link).canonicalFilePath();
             if (lands != root && !lands.startsWith(root + QLatin1Char('/')))
-                return fail(QStringLiteral("link \"%1\" leads out").arg(link));
+                return fail(QLatin1String("link \"") + link + QLatin1String("\" leads out"));
         }
         return true;
     }
@@ -153,18 +153,18 @@ private:
     {
         QList<QByteArray> names;
         if (!steps(info.name, &names))
-            return fail(QStringLiteral("entry \"%1\" leads out").arg(info.name));
+            return fail(QLatin1String("entry \"") + info.name + QLatin1String("\" leads out"));
         const QByteArray last = names.takeLast();
         Fd at(::dup(m_fd));
         for (const QByteArray &name : qAsConst(names)) {
             const int next = folder(at.fd, name, true);
             ::close(at.fd);
             if ((at.fd = next) < 0)
-                return fail(QStringLiteral("entry \"%1\" goes through a link or a file").arg(info.name));
+                return fail(QLatin1String("entry \"") + info.name + QLatin1String("\" goes through a link or a file"));
         }
         if (info.name.endsWith(QLatin1Char('/'))) {
             const Fd made(folder(at.fd, last, true));
-            return made.fd >= 0 || fail(QStringLiteral("folder \"%1\" stands on a link or a file").arg(info.name));
+            return made.fd >= 0 || fail(QLatin1String("folder \"") + info.name + QLatin1String("\" stands on a link or a file"));
         }
         QuaZipFile file(&zip);
         if (!file.open(QIODevice::ReadOnly))
@@ -173,7 +173,7 @@ private:
             const QByteArray target = file.read(kMaxLinkText);
             if (target.isEmpty() || target.startsWith('/') || target.contains('\0')
                 || ::symlinkat(target.constData(), at.fd, last.constData()) != 0)
-                return fail(QStringLiteral("link \"%1\" refused").arg(info.name));
+                return fail(QLatin1String("link \"") + info.name + QLatin1String("\" refused"));
             m_links << info.name;
             return true;
         }
@@ -181,7 +181,7 @@ private:
         const Fd out(::openat(at.fd, last.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                               exec ? 0755 : 0644));
         if (out.fd < 0)
-            return fail(QStringLiteral("entry \"%1\" made twice").arg(info.name));
+            return fail(QLatin1String("entry \"") + info.name + QLatin1String("\" made twice"));
         char buffer[1 << 16];
         for (qint64 n; (n = file.read(buffer, sizeof(buffer))) != 0;) {
             if (n < 0)
@@ -189,7 +189,7 @@ private:
             if ((m_left -= n) < 0)
                 return fail(QStringLiteral("unpacks to more than its limit"));
             if (!writeAll(out.fd, buffer, n))
-                return fail(QStringLiteral("cannot write \"%1\"").arg(info.name));
+                return fail(QLatin1String("cannot write \"") + info.name + QLatin1String("\""));
         }
         file.close();
         return file.getZipError() == UNZ_OK;
