@@ -219,6 +219,8 @@ private slots:
             << QStringList{"inner.kdp!config.xml={CFG}", "inner.kdp!lib/libtoken.so.1=bytes",
                            "inner.kdp!libtoken.so->lib/libtoken.so.1"}
             << "inner.kdp" << true << "" << QStringList() << QStringList{"inner/libtoken.so=bytes"};
+        QTest::newRow("link to an absolute path") << QStringList{"al.kdp!config.xml={CFG}", "al.kdp!l->/etc"} << "al.kdp" << false
+            << "" << QStringList{"open| unpack refused: link \"l\" refused"} << QStringList{"!al"};
         QTest::newRow("link leading out after all") << QStringList{"out.kdp!config.xml={CFG}", "out.kdp!a->.", "out.kdp!b->a/.."}
             << "out.kdp" << false << "" << QStringList{"open| unpack refused: link \"b\" leads out"} << QStringList{"!out"};
     }
