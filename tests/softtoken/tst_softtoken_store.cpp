@@ -284,27 +284,6 @@ private slots:
         SKF_DisConnectDev(dev);
     }
 
-    void enumeratesSixtyFourDevicesQuickly()
-    {
-        TokenFixture fx;
-        QVERIFY(fx.addDevice("dev00")); // one made, 63 copied: making each costs synced writes
-        for (int i = 1; i < 64; ++i) {
-            const QString dir = fx.store() + QStringLiteral("/dev%1").arg(i, 2, 10, QLatin1Char('0'));
-            QVERIFY(QDir().mkdir(dir) && QFile::copy(fx.store() + "/dev00/device.json", dir + "/device.json")
-                    && QFile::copy(fx.store() + "/dev00/present", dir + "/present"));
-        }
-        QByteArray buf(4096, '\0');
-        qint64 best = -1;
-        for (int i = 0; i < 10; ++i) {
-            QElapsedTimer t;
-            t.start();
-            ULONG size = 0;
-            QVERIFY(SKF_EnumDev(TRUE, nullptr, &size) == SAR_OK && SKF_EnumDev(TRUE, buf.data(), &size) == SAR_OK);
-            best = best < 0 ? t.nsecsElapsed() : qMin(best, t.nsecsElapsed());
-            QCOMPARE(TokenFixture::names(buf.left(int(size))).size(), 64);
-        }
-        QVERIFY2(best < 2 * 5000000, qPrintable(QStringLiteral("%1 ns").arg(best))); // both calls together
-    }
     void refusals()
     {
         TokenFixture fx;
