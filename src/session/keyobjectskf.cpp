@@ -206,9 +206,12 @@ bool KeyObjectSKF::SaveKeySn()
     }
     const QString serial = limitedSerial();
     const QByteArray bytes = serial.toLocal8Bit();
-    // A write that fails is let be: the next check sees a change.
+    // Written over, then cut to length: cutting to zero first makes ext4
+    // flush the file at close, some milliseconds per connect. A write that
+    // fails is let be: the next check sees a change.
     [[maybe_unused]] const bool written =
-        ::ftruncate(fd, 0) == 0 && ::write(fd, bytes.constData(), size_t(bytes.size())) == ssize_t(bytes.size());
+        ::pwrite(fd, bytes.constData(), size_t(bytes.size()), 0) == ssize_t(bytes.size())
+        && ::ftruncate(fd, off_t(bytes.size())) == 0;
     ::close(fd);
     SLOG(" end");
     return true;
