@@ -219,6 +219,8 @@ private slots:
             << QStringList{"inner.kdp!config.xml={CFG}", "inner.kdp!lib/libtoken.so.1=bytes",
                            "inner.kdp!libtoken.so->lib/libtoken.so.1"}
             << "inner.kdp" << true << "" << QStringList() << QStringList{"inner/libtoken.so=bytes"};
+        QTest::newRow("a file where the work folder goes") << QStringList{"pk/w=plain", "pk/w.kdp!config.xml={CFG}"} << "pk/w.kdp"
+            << false << "" << QStringList{"open| unpack refused: the work folder is a link or a file"} << QStringList{"pk/w=plain"};
         QTest::newRow("link to an absolute path") << QStringList{"al.kdp!config.xml={CFG}", "al.kdp!l->/etc"} << "al.kdp" << false
             << "" << QStringList{"open| unpack refused: link \"l\" refused"} << QStringList{"!al"};
         QTest::newRow("link leading out after all") << QStringList{"out.kdp!config.xml={CFG}", "out.kdp!a->.", "out.kdp!b->a/.."}
@@ -263,6 +265,11 @@ private slots:
         QCOMPARE(out, QStringLiteral("libp11.so"));
         QVERIFY(kdp.getSKFPath(root + QStringLiteral("/skf.ini"), out));
         QCOMPARE(out, QStringLiteral("libskf.so"));
+        QFile big(root + QStringLiteral("/big.ini")); // past 16 KiB: as if missing
+        QVERIFY(big.open(QIODevice::WriteOnly) && big.write("[KeyType]\nSKFKEYCODE=libskf.so\n" + QByteArray(16 * 1024, '#')) > 0);
+        big.close();
+        QVERIFY(!kdp.getSKFPath(big.fileName(), out));
+        QCOMPARE(out, QString());
         ComponentDestroy(); // quiet without a core agent, and works all the same
         QVERIFY(make(root, {"q/config.xml={CFG}"}));
         core.clear();
@@ -304,7 +311,9 @@ private slots:
         QTest::newRow("empty argument") << v.arg("1.1", "<protocol>skf</protocol>") << "" << false << 1
                                         << QStringList{"open| protocol skf", "!open| kdp load fail"};
         QTest::newRow("missing library") << v.arg("2.0", "<protocol>Skf</protocol><argument>none.so</argument>") << ""
-                                         << false << 1 << QStringList{"!load|end. error msg *", ">!open| kdp load fail"};
+                                         << false << 1
+                                         << QStringList{"!load|end. error msg Cannot load library *No such file or directory)",
+                                                        ">!open| kdp load fail"};
         // The loader must not map or wait on these: cut into the header, the table, the code; a FIFO.
         const QList<QPair<QString, QString>> refused{{"cut:20", "ELF header cut short"},
                                                      {"cut:64", "program headers beyond the end of the file"},
@@ -315,7 +324,7 @@ private slots:
                                                << false << 1 << QStringList{"!load|end. error msg {ROOT}/p/lib.so: " + r.second};
         QTest::newRow("not a shared object") << v.arg("2.0", "<protocol>SKF</protocol><argument>lib.so</argument>")
                                              << "text" << false << 1
-                                             << QStringList{"!load|end. error msg *", ">!open| kdp load fail"};
+                                             << QStringList{"!load|end. error msg {ROOT}/p/lib.so: ELF header cut short", ">!open| kdp load fail"};
     }
     void driverInfo()
     {
