@@ -221,6 +221,8 @@ private slots:
             << "inner.kdp" << true << "" << QStringList() << QStringList{"inner/libtoken.so=bytes"};
         QTest::newRow("a file where the work folder goes") << QStringList{"pk/w=plain", "pk/w.kdp!config.xml={CFG}"} << "pk/w.kdp"
             << false << "" << QStringList{"open| unpack refused: the work folder is a link or a file"} << QStringList{"pk/w=plain"};
+        QTest::newRow("an entry made twice") << QStringList{"tw.kdp!config.xml={CFG}", "tw.kdp!f=1", "tw.kdp!f=2"} << "tw.kdp"
+            << false << "" << QStringList{"open| unpack refused: entry \"f\" made twice"} << QStringList{"!tw"};
         QTest::newRow("link to an absolute path") << QStringList{"al.kdp!config.xml={CFG}", "al.kdp!l->/etc"} << "al.kdp" << false
             << "" << QStringList{"open| unpack refused: link \"l\" refused"} << QStringList{"!al"};
         QTest::newRow("link leading out after all") << QStringList{"out.kdp!config.xml={CFG}", "out.kdp!a->.", "out.kdp!b->a/.."}
