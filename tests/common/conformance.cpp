@@ -518,7 +518,7 @@ void Conformance::execute(const Row &row, Prepared &p, QStringList &problems)
         problems << QStringLiteral("%1: %2").arg(row.m_tag, problem);
     d->last = p;
     // As the row's own preparation left it, whatever other rows did since.
-    TwDeviceGuard::set(p.state);
+    TwDeviceGuard::set(row.m_setStateBefore ? row.m_stateBefore : p.state);
     d->host->core().setLastError(Keep);
     d->host->clearLog();
     QFile trace(d->tracePath);

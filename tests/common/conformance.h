@@ -143,6 +143,8 @@ public:
     Row &is(const QString &glob) { m_result = glob; m_checkResult = true; return *this; }
     // The device-state file after the call ("" when there is none).
     Row &state(const QString &glob) { m_state = glob; m_checkState = true; return *this; }
+    // The device-state file just before the call (a null array: none).
+    Row &stateBefore(const QByteArray &content) { m_stateBefore = content; m_setStateBefore = true; return *this; }
     Row &err(quint32 code) { m_err = code; return *this; }
     Row &calls(const QStringList &lines) { m_calls = lines; m_checkCalls = true; return *this; }
     Row &log(const QStringList &lines) { m_log = lines; return *this; }
@@ -164,6 +166,8 @@ private:
     QList<QPair<Step, QString>> m_then;
     QString m_state;
     bool m_checkState = false;
+    QByteArray m_stateBefore;
+    bool m_setStateBefore = false;
     QString m_result;
     bool m_checkResult = false;
     quint32 m_err = Keep;

@@ -125,6 +125,8 @@ void TestSession::openAndClose()
             .calls({"SKF_GenRandom(h1, buf, 6) = 0x0A000023", R"(SKF_ConnectDev("d*", ->null) = 0x0A000023)",
                     "SKF_CloseApplication(h2) = 0x0A000023", "SKF_DisConnectDev(h1) = 0x0A000023"})
             .out({"SN-G", printed("设备已移除")}),
+        halfOpen("no device-state file: a change").token(serial("SN-N")).stateBefore(QByteArray()).call("open").is("true")
+            .calls({R"(SKF_ConnectDev("d*", ->h*) = 0x00000000)", "..."}).state("SN-N").loose(),
         Row("probed token without device information").token(serial("SN-H")).open({"open"}).aged().fault("SKF_GetDevInfo", SAR_FAIL)
             .call("open").is("true").log({"devtemp.SerialNumber = , strSerialNumber = SN-H"}).out({"SN-H"}),
     });
