@@ -172,8 +172,9 @@ private slots:
                                      {"40000 attributes", "p/config.xml=<d" + QString(" a%1=''").repeated(40000) + "/>", big},
                                      {"/dev/zero", "p/config.xml->/dev/zero", special}, {"FIFO", "p/config.xml={FIFO}", special}})
             QTest::newRow(qPrintable(c[0])) << QStringList{c[1]} << "p" << false << "" << QStringList{"load|" + c[2], ">load| open failed."} << QStringList();
-        QTest::newRow("nested deeper than 32") << QStringList{"p/config.xml=" + deep} << "p" << false << ""
-            << QStringList{"load| config.xml nests deeper than 32 levels", ">load|end. xml parser failed."} << QStringList();
+        for (const QString &ahead : {QString(), QStringLiteral("<?xml version=\"1.0\"?><!-- a > b --><![CDATA[ < ]]>")})
+            QTest::newRow(qPrintable("nested deeper than 32" + ahead)) << QStringList{"p/config.xml=" + ahead + deep} << "p" << false << ""
+                << QStringList{"load| config.xml nests deeper than 32 levels", ">load|end. xml parser failed."} << QStringList();
         QTest::newRow("entities declared") << QStringList{"p/config.xml=<!DOCTYPE d [<!ENTITY e \"<a>\">]><d>&e;</d>"} << "p" << false << ""
             << QStringList{"load| config.xml declares entities"} << QStringList();
         QTest::newRow("where the xml breaks") << QStringList{"p/config.xml=<driver>\n\n<name>x</driver>"} << "p" << false << ""
