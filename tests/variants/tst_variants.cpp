@@ -125,7 +125,7 @@ QList<Row> probing(const char *tag, const char *pinInfoWord)
             .is("false").err(SAR_FAIL)
             .calls({"SKF_ConnectDev(*", "SKF_GetDevInfo(*", "SKF_EnumApplication(*", "SKF_EnumApplication(*",
                     "SKF_OpenApplication(h1, \"TW_APP\", ->null) = 0x0A000001", "SKF_DisConnectDev(h1) = 0x00000000"})
-            .log({"[openApplication] end. app = null", "! openApplication failed,DisConnectDev."}),
+            .log({"[openApplication] end", "[openApplication] end. app = null", "! openApplication failed,DisConnectDev."}),
         Row("close closes").call("close").is("").calls(closing(1, 2)).log({"[close] start", "[closeV1] start", "[close] end"})
             .then("GetPINInfo", {1, 1}, "0"),
         Row("deleting the session closes it").call("deleteLater").calls(closing(1, 2)).log({"[closeV1] start"}),
