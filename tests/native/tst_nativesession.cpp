@@ -166,6 +166,10 @@ void TestNativeSession::sessionRows()
             .log({" end . hKey is null"}),
         user("seal").before("epsWriteESealData", {bin("seal"), 4}).call("epsReadESealData", {0, 0}).is("[4]7365616c"),
         Row("deleting the session").call("deleteLater").log({"[~KeyObjectTWF] start", "[~KeyObjectTWF] end"}),
+        Row("read: the size query fails").loose().token(file("f1", "abc")).fault("SKF_ReadFile", SAR_FAIL).call("readFile", {"f1"})
+            .is("[0]").err(SAR_FAIL).log({errorLine(" TWF_GetFileInfo failed,ret = %d", SAR_FAIL)}),
+        Row("read: the read fails").loose().token(file("f1", "abc")).second("SKF_ReadFile", SAR_FAIL).call("readFile", {"f1"})
+            .is("[0]").err(SAR_FAIL).log({errorLine(" TWF_ReadFile failed,ret = %d", SAR_FAIL)}),
     });
 }
 
