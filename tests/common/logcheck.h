@@ -7,7 +7,7 @@
 //   ">unloadKDPs| end"                  found after the line expected before
 //   "?*|*libTWKeyDriver*"               any level; a function * is any function
 //
-//   QVERIFY2(LogCheck::unmet(core, specs).isEmpty(), ...) or TW_VERIFY_LOG(core, specs)
+//   QVERIFY2(LogCheck::unmet(core, wants).isEmpty(), ...) or TW_VERIFY_LOG(core, wants)
 #ifndef TWTEST_LOGCHECK_H
 #define TWTEST_LOGCHECK_H
 
@@ -26,17 +26,17 @@ inline QRegularExpression pattern(const QString &function, const QString &messag
                               QRegularExpression::DotMatchesEverythingOption);
 }
 
-// The first spec that does not hold, with the log; empty when all hold.
-inline QString unmet(const TWCore &core, const QStringList &specs)
+// The first expectation that does not hold, with the log; empty when all hold.
+inline QString unmet(const TWCore &core, const QStringList &wants)
 {
     const QList<TWCore::LogLine> lines = core.lines();
     int last = -1;
-    for (QString spec : specs) {
-        const bool after = spec.startsWith(QLatin1Char('>'));
-        const bool error = spec.startsWith(QLatin1Char('!')) || spec.startsWith(QLatin1String(">!"));
-        const bool anyLevel = spec.startsWith(QLatin1Char('?'));
-        spec.remove(0, int(after) + int(error) + int(anyLevel));
-        const QStringList f = spec.split(QLatin1Char('|'));
+    for (QString want : wants) {
+        const bool after = want.startsWith(QLatin1Char('>'));
+        const bool error = want.startsWith(QLatin1Char('!')) || want.startsWith(QLatin1String(">!"));
+        const bool anyLevel = want.startsWith(QLatin1Char('?'));
+        want.remove(0, int(after) + int(error) + int(anyLevel));
+        const QStringList f = want.split(QLatin1Char('|'));
         const QRegularExpression re = pattern(f.value(0), f.value(1));
         int count = 0, first = -1;
         for (int i = after ? last + 1 : 0; i < lines.size(); ++i) {
@@ -49,7 +49,7 @@ inline QString unmet(const TWCore &core, const QStringList &specs)
             QStringList all;
             for (const TWCore::LogLine &l : lines)
                 all << (l.level == TWCore::Level::Error ? QStringLiteral("E ") : QStringLiteral("D ")) + l.text;
-            return QStringLiteral("%1 (seen %2)\n%3").arg(spec).arg(count).arg(all.join(QLatin1Char('\n')));
+            return QStringLiteral("%1 (seen %2)\n%3").arg(want).arg(count).arg(all.join(QLatin1Char('\n')));
         }
         last = first;
     }

@@ -92,7 +92,7 @@ private slots:
     // Entries "kind:name": dir (a good package), copy (one with a library
     // of its own), kdp (packed), empty (no config.xml), nodriver (a protocol
     // no driver takes), badlib (no shared object); the packages tried in
-    // order, how many loaded, log specs.
+    // order, how many loaded, log lines.
     void scanRules_data()
     {
         QTest::addColumn<QStringList>("entries");

@@ -98,7 +98,7 @@ private slots:
     void cleanup() { ComponentDestroy(); }
 
     // Files to make, the path to open, whether it opens, "field=value;..."
-    // to read after, log specs, and what lies on disk after close():
+    // to read after, log lines, and what lies on disk after close():
     // "path" exists, "!path" does not, "path=content", "~path" is no link.
     void package_data()
     {
@@ -283,7 +283,7 @@ private slots:
     }
 
     // config.xml, the library file (mock: the test token library, text: not
-    // a shared object), whether a driver binds, its type after, log specs.
+    // a shared object), whether a driver binds, its type after, log lines.
     void driverInfo_data()
     {
         QTest::addColumn<QString>("config");
