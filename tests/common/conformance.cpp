@@ -13,11 +13,13 @@
 
 #include "devicestore.h"
 #include "host/stdoutcapture.h"
+#include "logcheck.h"
 #include "softtokenengine.h"
 #include "testhost.h"
 #include "twdeviceguard.h"
 
 using namespace conf;
+using LogCheck::glob;
 
 namespace {
 
@@ -71,13 +73,6 @@ const char *typeOf(const QVariant &v)
     default:
         return v.typeName();
     }
-}
-
-bool glob(const QString &pattern, const QString &text)
-{
-    QString re = QRegularExpression::escape(pattern);
-    re.replace(QLatin1String("\\*"), QLatin1String(".*"));
-    return QRegularExpression(QRegularExpression::anchoredPattern(re)).match(text).hasMatch();
 }
 
 // Lines against patterns, "..." standing for any number of lines.

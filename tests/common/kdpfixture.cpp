@@ -1,6 +1,7 @@
 #include "kdpfixture.h"
 
 #include <QDir>
+#include <QRegularExpression>
 #include <QXmlStreamWriter>
 
 #include <quazip/JlCompress.h>
@@ -76,6 +77,11 @@ QStringList KdpFixture::traced(const QString &dir)
     const QStringList lines = QString::fromUtf8(trace.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     trace.resize(0); // the tracer appends
     return lines;
+}
+
+int KdpFixture::traced(const QString &dir, const QString &function)
+{
+    return traced(dir).filter(QRegularExpression(QLatin1Char('^') + function + QStringLiteral("\\("))).size();
 }
 
 bool KdpFixture::pack(const QString &packageDir, const QString &kdpFile)

@@ -51,8 +51,10 @@ public:
     // own, so packages don't share a token); the calls go to <dir>/trace.log.
     QString addTracedToken(const QString &dirName, const QString &store, KdpConfig config = KdpConfig()) const;
     static bool writeTracedToken(const QString &dir, const QString &store, KdpConfig config = KdpConfig());
-    // The traced calls of the package at `dir` since the last look.
+    // The traced calls of the package at `dir` since the last look; with a
+    // function, how many of them were calls of it.
     static QStringList traced(const QString &dir);
+    static int traced(const QString &dir, const QString &function);
     static bool pack(const QString &packageDir, const QString &kdpFile); // files at the archive's top
     static QString encodeAdminPin(const QString &pin);                     // base64 of base64
 

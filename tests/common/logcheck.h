@@ -18,9 +18,21 @@
 
 namespace LogCheck {
 
+// A glob as a regular expression: '*' is any text, all else literal.
+inline QString globExpression(const QString &glob)
+{
+    return QRegularExpression::escape(glob).replace(QStringLiteral("\\*"), QStringLiteral(".*"));
+}
+
+// The whole text against a glob.
+inline bool glob(const QString &pattern, const QString &text)
+{
+    return QRegularExpression(QRegularExpression::anchoredPattern(globExpression(pattern))).match(text).hasMatch();
+}
+
 inline QRegularExpression pattern(const QString &function, const QString &message)
 {
-    const QString text = QRegularExpression::escape(message).replace(QStringLiteral("\\*"), QStringLiteral(".*"));
+    const QString text = globExpression(message);
     const QString where = function == QLatin1String("*") ? QStringLiteral("[^\\]]*") : QRegularExpression::escape(function);
     return QRegularExpression(QStringLiteral("^\\[%1:\\d+\\]%2$").arg(where, text),
                               QRegularExpression::DotMatchesEverythingOption);

@@ -66,7 +66,7 @@ class TstManager : public QObject
     }
     int calls(const QString &package, const QString &function)
     {
-        return KdpFixture::traced(packages.value(package)).filter(QRegularExpression("^" + function + "\\(")).size();
+        return KdpFixture::traced(packages.value(package), function);
     }
 
 private slots:

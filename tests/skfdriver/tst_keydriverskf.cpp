@@ -24,12 +24,6 @@ void capture(QtMsgType, const QMessageLogContext &, const QString &text)
     g_messages << text;
 }
 
-bool glob(const QString &pattern, const QString &text)
-{
-    const QString re = QRegularExpression::escape(pattern).replace(QStringLiteral("\\*"), QStringLiteral(".*"));
-    return QRegularExpression(QRegularExpression::anchoredPattern(re)).match(text).hasMatch();
-}
-
 } // namespace
 
 class TstKeyDriverSKF : public QObject
@@ -235,9 +229,9 @@ private slots:
                 last = key ? key : last;
             } else if (verb == "calls") {
                 got = KdpFixture::traced(package).join(';');
-                got = glob(want, got) ? want : got;
+                got = LogCheck::glob(want, got) ? want : got;
             } else if (verb == "n") {
-                got = QString::number(KdpFixture::traced(package).filter(QRegularExpression("^" + call.at(1) + "\\(")).size());
+                got = QString::number(KdpFixture::traced(package, call.at(1)));
             } else if (verb == "present") {
                 QVERIFY(call.at(2) == "1" ? engine->insertDevice(call.at(1)) : engine->removeDevice(call.at(1)));
             } else if (verb == "fail") {
@@ -278,7 +272,7 @@ private slots:
         remover.join();
         QVERIFY(woke && name == "dev1" && event == 2);
         driver->cancelWaitForDevEvent();
-        QCOMPARE(KdpFixture::traced(package).filter("SKF_CancelWaitForDevEvent").size(), 0);
+        QCOMPARE(KdpFixture::traced(package, "SKF_CancelWaitForDevEvent"), 0);
         TW_VERIFY_LOG(core, (QStringList{"waitForDevEvent| SKF_WaitForDevEvent", ">!waitForDevEvent| SKF_WaitForDevEvent failed.ret = 167772194",
                                          ">waitForDevEvent| end. false", ">waitForDevEvent| end", "cancelWaitForDevEvent| start",
                                          ">cancelWaitForDevEvent| end"}));
