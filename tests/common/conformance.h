@@ -1,61 +1,6 @@
-// Conformance tables: each case is a row of data, run by one runner.
-//
-// A row names the token (the software token's standard state, edited by a
-// function), faults of the token's fault plan, by-name calls made ahead,
-// the call under test, and what must follow: the shown result, the last
-// error, the token library calls (recorded by the SKF call tracer in front
-// of the software token), log lines, and standard-output lines.
-//
-//   Conformance suite(KdpConfig{});                 // store, tracer, package, host
-//   suite.run({
-//       Row("short user PIN").call("verifyPin", {"12345", false})
-//           .is("false").err(0x0C000039).calls({}).log({" end . oldPin len error"}),
-//       Row("wrong PIN").fault("SKF_VerifyPIN", 0x0A000024).call("verifyPin", {"87654321", false})
-//           .is("false").err(0x0A000024)
-//           .calls({"SKF_VerifyPIN(h1, 1, \"87654321\", ->*) = 0x0A000024"})
-//           .log({errorLine(" SKF_VerifyPIN failed,ret = %d", 0x0A000024)}).out({printed("密码错误")}),
-//   });
-//
-// Checks and their defaults:
-//   is(glob)      the result as shown: true/false, numbers, "text", {"a","b"},
-//                 [n]hex or [n]#digest for bytes, null/handle; unchecked if not given
-//   err(code)     last error after the call; default Keep (left as it was)
-//   calls(list)   tracer lines, exactly, handles renamed h1, h2... in order of
-//                 appearance in the row; "..." stands for any lines; unchecked if not given
-//   log(list)     lines in this order among others, as "[fn]message" (the
-//                 source line dropped); a pattern without "[" matches the
-//                 message alone; "!" first: error level; "-" first: must not
-//                 appear at all. Besides, each " start" of a function must
-//                 meet a line of the same function beginning " end" or
-//                 "end", nested, unless the row says open(functions) or loose()
-//   out(list)     standard-output lines, exactly; default none
-//   state(glob)   the device-state file after the call ("" for none)
-//   then(m, args, glob)  a further by-name call after the checks, its shown result
-// Globs: '*' is any text, everything else literal.
-//
-// Set-up: token(edit) changes the standard token (Conformance::
-// standardToken(): application TW_APP, PINs 88888888 / 12345678, SM2
-// container c1 with certificates, RSA container r1) before the row's device
-// is made; fault(fn, code, times), second(fn, code) (the second call fails),
-// lie(fn, delta) (a size report off by delta), pull() (the device taken
-// out) and change(edit) (its data edited) act just before the next
-// before() step, or else just before the call.
-//
-// Arguments: "text" is a QString, true/false a bool, a number a quint64,
-// bin("..")/hex("..") a QByteArray, ref("c") what a step saved as "c",
-// nullHandle() a null Qt::HANDLE, outHandle("k") a Qt::HANDLE* whose value
-// is saved as "k", i32(n) an int. Steps save their result by name:
-// before("openContainer", {"c1"}, "c"). A method "TWKey.count" goes to the
-// key manager; such a row gets no session made ahead. Each new row starts
-// with an empty device-state file; the call finds it as the row's own
-// set-up left it.
-//
-// A call of "deleteLater" deletes the session before the checks.
-// Rows run in order, each on a new device; reuse() keeps the previous row's
-// device and session. aged() rows run after one wait past the session's
-// 800 ms open clock, shared by all aged rows of the table. Other session
-// classes plug in through Conformance::Options: the library the package
-// names, and how the session for a device is made (a constructor, say).
+// Conformance tables: each case is a row of data (a token set-up, by-name
+// calls, what must follow), run by one runner. The row form and every check
+// are described in docs/tests.md.
 #ifndef TWTEST_CONFORMANCE_H
 #define TWTEST_CONFORMANCE_H
 
