@@ -1,14 +1,5 @@
 // Key driver packages for tests in a temporary directory that serves as a
-// host's binPath (packages in <root>/kdp/). A field left unset leaves its
-// element out of config.xml; an empty string writes it empty.
-//
-//   KdpFixture kdp;
-//   KdpConfig cfg;                  // version 2.0, protocol skf, argument libtoken.so
-//   cfg.limitSerialNum = "1"; cfg.limitSize = "8";
-//   QString dir = kdp.addPackage("a", cfg, SOFTTOKEN_SKF);       // <root>/kdp/a
-//   KdpFixture::pack(dir, kdp.kdpPath() + "/b.kdp");               // the packed form
-//   QString t = kdp.addTracedToken("t", store);  // tracer + token of its own
-//   QStringList calls = KdpFixture::traced(t);    // the calls since the last look
+// host's binPath (packages in <root>/kdp/): see docs/tests.md.
 #ifndef TWTEST_KDPFIXTURE_H
 #define TWTEST_KDPFIXTURE_H
 

@@ -1,14 +1,6 @@
-// A host for tests: the reference host's core and loader around the
-// component library, reached only through its entry points and by method
-// name, as the signature application does. One start() per process: the
-// library makes one key manager and scans once (see isolatedtest.h).
-//
-//   TestHost host(kdp.root());                  // binPath; packages in <binPath>/kdp
-//   QVERIFY2(host.start(), qPrintable(host.errorString()));
-//   QObject *key = host.open(0);
-//   QVERIFY(host.call<bool>(key, "verifyPin", QString("12345678"), false));
-//
-// A call whose method or argument types the object lacks fails the test.
+// A host for tests that reaches the library only through its entry points
+// and by method name: see docs/tests.md. A call whose method or argument
+// types the object lacks fails the test.
 #ifndef TWTEST_TESTHOST_H
 #define TWTEST_TESTHOST_H
 
