@@ -222,20 +222,17 @@ Val outHandle(const char *name)
 
 Row &Row::fault(const QString &function, quint32 code, int times)
 {
-    m_pending.faults << Fault{function, code, times, false, 0, 0};
-    return *this;
+    return m_pending.faults << Fault{function, code, times, false, 0, 0}, *this;
 }
 
 Row &Row::lie(const QString &function, qint32 delta, int times, int skip)
 {
-    m_pending.faults << Fault{function, 0, times, true, delta, skip};
-    return *this;
+    return m_pending.faults << Fault{function, 0, times, true, delta, skip}, *this;
 }
 
 Row &Row::second(const QString &function, quint32 code)
 {
-    m_pending.faults << Fault{function, code, 1, false, 0, 1};
-    return *this;
+    return m_pending.faults << Fault{function, code, 1, false, 0, 1}, *this;
 }
 
 Row &Row::before(const QString &method, const QList<Val> &args, const QString &save)
@@ -251,14 +248,12 @@ Row &Row::before(const QString &method, const QList<Val> &args, const QString &s
 
 Row &Row::call(const QString &method, const QList<Val> &args, const QString &save)
 {
-    m_call = Step{method, args, save, {}, false, {}};
-    return *this;
+    return m_call = Step{method, args, save, {}, false, {}}, *this;
 }
 
 Row &Row::then(const QString &method, const QList<Val> &args, const QString &glob)
 {
-    m_then << qMakePair(Step{method, args, QString(), {}, false, {}}, glob);
-    return *this;
+    return m_then << qMakePair(Step{method, args, QString(), {}, false, {}}, glob), *this;
 }
 
 QString errorLine(const char *format, quint32 code)
@@ -341,25 +336,10 @@ Conformance::Conformance(const Options &options) : d(new Private)
 
 Conformance::~Conformance() = default;
 
-TestHost &Conformance::host()
-{
-    return *d->host;
-}
-
-QString Conformance::storePath() const
-{
-    return d->store();
-}
-
-QString Conformance::packagePath() const
-{
-    return d->kdp.kdpPath() + QStringLiteral("/traced");
-}
-
-const DeviceData &Conformance::standardToken() const
-{
-    return d->standard;
-}
+TestHost &Conformance::host() { return *d->host; }
+QString Conformance::storePath() const { return d->store(); }
+QString Conformance::packagePath() const { return d->kdp.kdpPath() + QStringLiteral("/traced"); }
+const DeviceData &Conformance::standardToken() const { return d->standard; }
 
 QObject *Conformance::openThroughManager(const QString &device)
 {

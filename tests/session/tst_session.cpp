@@ -100,7 +100,8 @@ void TestSession::openAndClose()
             .out({printed("设备已移除")}).state(""),
         Row("close leaves the session open").call("close").is("").calls({}).log({" start", " end"})
             .then("GetPINInfo", {1, 1}, "6"),
-        Row("deleting the session closes it").call("deleteLater").calls(closing(1, 2)).log({"[closeV1] start"}),
+        Row("deleting the session closes it").call("deleteLater").calls(closing(1, 2))
+            .log({"[closeV1] start", "[closeV1] CloseApplication", "[closeV1] DisConnectDev", "[closeV1] end"}),
         closed("closed session reconnects").token(serial("SN-A")).call("open").is("true").calls(kConnect)
             .log({"!\u0020tw_device,value = SN-A ", "linux SKF_ConnectDev"}).out({"SN-A"}).state("SN-A"),
         closed("unchanged state file").token(serial("SN-B")).before("open").fault("SKF_GetPINInfo", SAR_DEVICE_REMOVED).before("GetPINInfo", {1, 1})
