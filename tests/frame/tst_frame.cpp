@@ -19,6 +19,7 @@ struct Custom
 };
 const QString kProgId = QStringLiteral("TWKEY.TWKey.1");
 const QString kIid = QStringLiteral("3948311E-CB0F-4526-8D6C-8588A7C5E490");
+constexpr int kNone = -99;
 } // namespace
 
 class Target : public QObject
@@ -107,24 +108,20 @@ private slots:
         QFETCH(int, result);
         QFETCH(QString, traceSpec);
         Target target;
+        const QString called = name.isEmpty() ? QStringLiteral("open") : name;
         Q_Dispatch agent(name.isEmpty() ? nullptr : &target);
         QCOMPARE(agent.objectName(), QStringLiteral("Agent"));
         // Made after the agent: the folder is looked for at each call.
         QVERIFY(traceSpec == "off" ? QDir(traceDir()).removeRecursively() : QDir().mkpath(traceDir()));
         int value = -7, a = 40, b = 2;
-        agent.invokeHelper(name.isEmpty() ? QStringLiteral("open") : name, &value, &a, &b);
+        agent.invokeHelper(called, &value, &a, &b);
         QCOMPARE(value, result);
+        const QString m = QStringLiteral("methodName=") + called;
+        const QMap<QString, QString> words{{"M", m}, {"NF", "QTCORE____ERROR: findMethodIndex fail!!!cnt"}, {"BAD", "参数错误"},
+                                           {"IN", "QMetaObject::metacall call in"}, {"END", "QMetaObject::metacall call end"}};
         QStringList expected;
-        for (const QString &t : traceSpec.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
-            const QString m = QStringLiteral("methodName=") + (name.isEmpty() ? QStringLiteral("open") : name);
-            expected << (t == "M"    ? m
-                         : t == "IN" ? QStringLiteral("QMetaObject::metacall call in")
-                         : t == "END" ? QStringLiteral("QMetaObject::metacall call end")
-                         : t == "NF" ? QStringLiteral("QTCORE____ERROR: findMethodIndex fail!!!cnt")
-                         : t == "BAD" ? QStringLiteral("参数错误")
-                         : t.startsWith('P') ? m + QStringLiteral("::paramCount=") + QChar(t.mid(1).toInt())
-                                             : QStringLiteral("paramTypeName=") + t);
-        }
+        for (const QString &t : traceSpec.split(QLatin1Char(' '), Qt::SkipEmptyParts))
+            expected << (t[0] == 'P' ? m + "::paramCount=" + QChar(t.mid(1).toInt()) : words.value(t, "paramTypeName=" + t));
         const QStringList seen = trace();
         if (!traceSpec.isEmpty())
             QCOMPARE(seen, traceSpec == "off" ? QStringList() : expected);
@@ -178,32 +175,28 @@ private slots:
         QCOMPARE(createComponentObject(QStringLiteral("a"), QStringLiteral("b")), nullptr);
     }
 
-    // TW_GetVersion: buffer size (0: none), whether a length is given and its
-    // value, the result, the length after, the leading bytes zeroed.
+    // TW_GetVersion: buffer size (0: none), the length given (kNone: no
+    // length), the result, the length after, the leading bytes zeroed.
     void version_data()
     {
         QTest::addColumn<int>("bufferSize");
-        QTest::addColumn<bool>("withLength");
         QTest::addColumn<int>("length");
         QTest::addColumn<int>("result");
         QTest::addColumn<int>("lengthAfter");
         QTest::addColumn<int>("zeroed");
-        QTest::newRow("size query") << 0 << true << -3 << 0 << 9 << 0;
-        QTest::newRow("nothing") << 0 << false << 0 << 0 << 0 << 0;
+        QTest::newRow("size query") << 0 << -3 << 0 << 9 << 0;
         // The size is written first, so the text never arrives.
-        QTest::newRow("room") << 32 << true << 100 << -1 << 9 << 9;
-        QTest::newRow("short buffer") << 8 << true << 4 << -1 << 9 << 4; // never past what was given
-        QTest::newRow("buffer without length") << 8 << false << 0 << -1 << 0 << 0;
+        QTest::newRow("room") << 32 << 100 << -1 << 9 << 9;
+        QTest::newRow("short buffer") << 8 << 4 << -1 << 9 << 4; // never past what was given
+        QTest::newRow("buffer without length") << 8 << kNone << -1 << kNone << 0;
     }
     void version()
     {
         QFETCH(int, bufferSize);
-        QFETCH(bool, withLength);
         QFETCH(int, length);
         QByteArray buffer(qMax(bufferSize, 1), 0x55);
-        QTEST(TW_GetVersion(bufferSize ? buffer.data() : nullptr, withLength ? &length : nullptr), "result");
-        if (withLength)
-            QTEST(length, "lengthAfter");
+        QTEST(TW_GetVersion(bufferSize ? buffer.data() : nullptr, length == kNone ? nullptr : &length), "result");
+        QTEST(length, "lengthAfter");
         QFETCH(int, zeroed);
         QCOMPARE(buffer.left(bufferSize), QByteArray(zeroed, '\0') + QByteArray(bufferSize - zeroed, 0x55));
     }
