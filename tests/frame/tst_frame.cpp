@@ -88,7 +88,7 @@ private slots:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<int>("result");
-        QTest::addColumn<QString>("traceSpec");
+        QTest::addColumn<QString>("traced");
         QTest::newRow("exact prefix") << "open" << 1 << ""; // a count of 0 is a NUL: the line is cut there
         QTest::newRow("longer name") << "openEx" << 2 << "";
         QTest::newRow("blanks around") << "  open \t" << 1 << "";
@@ -106,13 +106,13 @@ private slots:
     {
         QFETCH(QString, name);
         QFETCH(int, result);
-        QFETCH(QString, traceSpec);
+        QFETCH(QString, traced);
         Target target;
         const QString called = name.isEmpty() ? QStringLiteral("open") : name;
         Q_Dispatch agent(name.isEmpty() ? nullptr : &target);
         QCOMPARE(agent.objectName(), QStringLiteral("Agent"));
         // Made after the agent: the folder is looked for at each call.
-        QVERIFY(traceSpec == "off" ? QDir(traceDir()).removeRecursively() : QDir().mkpath(traceDir()));
+        QVERIFY(traced == "off" ? QDir(traceDir()).removeRecursively() : QDir().mkpath(traceDir()));
         int value = -7, a = 40, b = 2;
         agent.invokeHelper(called, &value, &a, &b);
         QCOMPARE(value, result);
@@ -120,11 +120,11 @@ private slots:
         const QMap<QString, QString> words{{"M", m}, {"NF", "QTCORE____ERROR: findMethodIndex fail!!!cnt"}, {"BAD", "参数错误"},
                                            {"IN", "QMetaObject::metacall call in"}, {"END", "QMetaObject::metacall call end"}};
         QStringList expected;
-        for (const QString &t : traceSpec.split(QLatin1Char(' '), Qt::SkipEmptyParts))
+        for (const QString &t : traced.split(QLatin1Char(' '), Qt::SkipEmptyParts))
             expected << (t[0] == 'P' ? m + "::paramCount=" + QChar(t.mid(1).toInt()) : words.value(t, "paramTypeName=" + t));
         const QStringList seen = trace();
-        if (!traceSpec.isEmpty())
-            QCOMPARE(seen, traceSpec == "off" ? QStringList() : expected);
+        if (!traced.isEmpty())
+            QCOMPARE(seen, traced == "off" ? QStringList() : expected);
     }
 
     void everyListedTypeIsTaken()
