@@ -52,21 +52,19 @@ private slots:
                 && writeAll(place("{D}/seal.bin"), "seal image bytes"));
     }
 
-    // The command ("twkey", "softtoken", a program on the path, "shell"
-    // and a bash command line, or "flip SRC DST", which copies a file with
-    // one bit changed; {D} the test folder, {BIN} the build's bin), standard
-    // input, the exit code, and checks: "=text"
-    // standard output is, "=@file" is that file's content, "~re" matches,
-    // "!text" standard error holds, ">file" keeps standard output there,
-    // "@file#N" has N bytes, "@file=@other" the same content, "@file~re".
+    // The command ("twkey", "softtoken", a program on the path, or "flip SRC DST": a copy with one bit
+    // changed; {D} the test folder, {BIN} the build's bin), standard input ("bash -s": the script), the
+    // exit code, and checks: "=text" standard output is, "=@file" is that file's content, "~re" matches,
+    // "!text" standard error holds, ">file" keeps standard output there, "@file#N" has N bytes,
+    // "@file=@other" the same content, "@file~re".
     void run_data()
     {
         QTest::addColumn<QString>("command");
         QTest::addColumn<QString>("input");
         QTest::addColumn<int>("code");
         QTest::addColumn<QStringList>("checks");
-        auto row = [](const char *command, const char *input, int code, const QStringList &checks) {
-            QTest::newRow(command) << QString::fromUtf8(command) << QString::fromUtf8(input) << code << checks;
+        auto row = [](const QString &command, const char *input, int code, const QStringList &checks) {
+            QTest::newRow(qPrintable(command)) << command << QString::fromUtf8(input) << code << checks;
         };
         const QString retries = "~\"userPin\":\\s*\\{[^}]*\"remaining\":\\s*%1\\b"; // the names of softtoken show
         row("softtoken init clitoken --serial=TWCLI0000000000000042 --label=cli-test --container main:sm2 --container rsa1:rsa:1024", "", 0, {});
@@ -77,7 +75,6 @@ private slots:
                                          "~\"serial\":\\s*\"TWCLI0000000000000042\"", "~\"hwVersion\"", "~\"driverType\":\\s*1",
                                          "~\"packagePath\":\\s*\"[^\"]*kdp/softtoken\""});
         row("twkey list", "", 0, {"~^keys: 1\nkey 0\n", "~TWCLI0000000000000042"});
-        row("twkey info 0 --json", "", 0, {"~\"serial\":\\s*\"TWCLI0000000000000042\""});
         row("twkey list --lib {D}/none.so", "", 3, {});
         row("twkey info 5 --json", "", 4, {"!no key at index 5 (1 key(s) present", "~\"ok\":\\s*false"}); // errors in JSON too
         row("twkey list --json --bin-path {D}/emptybin", "", 0, {"~\"count\":\\s*0"});
@@ -92,9 +89,7 @@ private slots:
         // A PIN out of the length rule is refused before the token sees it: no try spent.
         row("twkey login --pin 12345", "", 1, {"!error 0x0C000039 TW_ERR_OLD_PIN_LEN: "});
         row("twkey login --pin 87654321 --pin 12345678", "", 2, {"!--pin is given more than once"});
-        row("twkey pin-info --json", "", 0, {retries.arg(6)});
         row("twkey login --pin 87654321", "", 1, {"!accepted (5 tries left)", "!error 0x0A000024 SAR_PIN_INCORRECT: PIN incorrect"});
-        row("twkey pin-info --json", "", 0, {retries.arg(5)});
         row("twkey login --pin-fd 0", "12345678\n", 0, {"!user PIN verified", "="});
         row("twkey pin-info --json", "", 0, {retries.arg(6)});
         row("twkey login --pin env:TWCLI_PIN", "", 0, {});
@@ -103,13 +98,12 @@ private slots:
         row("twkey change-pin --pin-fd 0", "12345678\n24681357\n", 0, {});
         row("twkey login --pin 24681357", "", 0, {});
         row("twkey change-pin --pin 24681357 --new-pin 1234", "", 1, {"!error 0x0C00003A"});
-        row("twkey login --pin 24681357 --admin", "", 1, {"!error 0x0A000024 SAR_PIN_INCORRECT: PIN incorrect"});
         row("twkey unblock --pin 88888888 --new-pin 12345678", "", 0, {});
         row("twkey login --pin 12345678", "", 0, {});
         row("openssl req -x509 -newkey rsa:1024 -nodes -days 1 -subj /CN=twkey-test -keyout {D}/cert.key -out {D}/cert.pem", "", 0, {});
         // Commands that need the user PIN ask for it, and without a terminal say so.
         for (const char *c : {"containers create extra", "containers rm main", "cert import --container main --in {D}/cert.pem", "seal write --in {D}/seal.bin"})
-            row(qPrintable(QString("setsid -w {BIN}/twkey %1").arg(c)), "", 2, {"!a PIN is needed"});
+            row(QString("setsid -w {BIN}/twkey %1").arg(c), "", 2, {"!a PIN is needed"});
         row("twkey files put notes --pin 12345678 --in {D}/blob.bin", "", 0, {});
         row("twkey files ls --json", "", 0, {"~\"name\":\\s*\"notes\""});
         row("twkey files get notes --out {D}/back.bin", "", 0, {"@{D}/back.bin=@{D}/blob.bin"});
@@ -143,7 +137,6 @@ private slots:
         row("twkey keygen sm2 --container sm2new --pin 12345678", "", 0, {});
         row("twkey sign --container sm2new --in {D}/msg.txt --pin 12345678", "", 0, {">{D}/sig.bin", "@{D}/sig.bin#64"});
         row("twkey verify --container sm2new --in {D}/msg.txt --sig {D}/sig.bin", "", 0, {"!signature verified"});
-        row("twkey sign --container sm2new --in {D}/msg.txt --pin 99999999", "", 1, {});
         row("twkey sign --json --container sm2new --in {D}/msg.txt --pin 12345678", "", 0, {"~\"signature\":\\s*\"[0-9a-f]{128}\""});
         // The PIN line of --pin-fd is read before the data that follows it.
         row("twkey sign --container sm2new --pin-fd 0 --format der --out {D}/sig.der", "12345678\na message for the key\n", 0, {});
@@ -151,9 +144,8 @@ private slots:
         row("openssl dgst -sm3 -sigopt distid:1234567812345678 -verify {D}/pub.pem -signature {D}/sig.der {D}/msg.txt", "", 0,
             {"~Verified OK"});
         row("twkey verify --format der --sig {D}/sig.der --container sm2new --in {D}/msg.txt", "", 0, {});
-        row("twkey verify --sig {D}/sig.bin --container sm2new", "another message\n", 1, {});
         row("flip {D}/sig.bin {D}/bad.bin", "", 0, {});
-        row("twkey verify --json --sig {D}/bad.bin --container sm2new --in {D}/msg.txt", "", 1, {"~\"name\":\\s*\"SAR_FAIL\""});
+        row("twkey verify --json --sig {D}/bad.bin --container sm2new", "a message for the key\n", 1, {"~\"name\":\\s*\"SAR_FAIL\""});
         // The token's plain signature of a given value, and one without Z; hex and base64 signatures are recognised.
         row("twkey sign --raw --pin 12345678 --format hex --container sm2new --in {D}/value.bin", "", 0, {"~^[0-9a-f]{256}\n$", ">{D}/raw.hex"});
         row("twkey verify --raw --sig {D}/raw.hex --container sm2new --in {D}/value.bin", "", 0, {});
@@ -165,7 +157,6 @@ private slots:
             {"~^-----BEGIN PUBLIC KEY-----\n", "!RSA 1024-bit key pair generated in container rsanew"});
         row("twkey keygen sm2 --force --container rsa1 --pin 12345678", "", 0, {"!replacing an RSA key pair"});
         row("twkey sign --pin 12345678 --container rsanew --in {D}/msg.txt --out {D}/rsa.sig", "", 0, {"@{D}/rsa.sig#128"});
-        row("twkey verify --container rsanew --in {D}/msg.txt --sig {D}/rsa.sig", "", 0, {});
         row("twkey pubkey --pem --container rsanew --out {D}/rsa.pem", "", 0, {});
         // The token signed a SHA-256 DigestInfo: a standard verification.
         row("openssl dgst -sha256 -verify {D}/rsa.pem -signature {D}/rsa.sig {D}/msg.txt", "", 0, {});
@@ -192,18 +183,16 @@ private slots:
         row("twkey digest --alg sm3 --container main --format hex", "abc", 0, {"~^(?!66c7f0f4)[0-9a-f]{64}\n$"}); // Z hashed ahead
         row("twkey digest --alg md5", "abc", 2, {});
         // PKCS#5 to whole blocks, the IV in front for CBC.
-        for (const char *m : {"ecb", "cbc"}) {
-            const QString c = QString("{D}/c.%1").arg(m), k = QString("{D}/k.%1").arg(m);
-            QTest::newRow(m) << QString("twkey encrypt --container main --mode %1 --pin 12345678 --in {D}/plain.txt --out %2 --key-out %3")
-                                    .arg(m, c, k) << "" << 0 << QStringList{"@" + k + "#197", "@" + c + (*m == 'e' ? "#112" : "#128")};
-            QTest::newRow(m) << QString("twkey decrypt --format raw --container main --mode %1 --pin 12345678 --in %2 --key-in %3")
-                                    .arg(m, c, k) << "" << 0 << QStringList{"=@{D}/plain.txt"};
+        for (const QString m : {"ecb", "cbc"}) {
+            const QString c = "{D}/c." + m, k = "{D}/k." + m, how = " --container main --pin 12345678 --mode " + m;
+            row("twkey encrypt --in {D}/plain.txt --out " + c + " --key-out " + k + how, "", 0,
+                {"@" + k + "#197", "@" + c + (m == "ecb" ? "#112" : "#128")});
+            row("twkey decrypt --format raw --in " + c + " --key-in " + k + how, "", 0, {"=@{D}/plain.txt"});
         }
         row("twkey seal read --index 0 --alg 0x401", "", 0, {"="});
         row("twkey seal write --pin 12345678 --in {D}/seal.bin", "", 0, {});
         row("twkey seal read --index 0 --alg 0x401 --format base64", "", 0, {"=c2VhbCBpbWFnZSBieXRlcw==\n"});
-        row("twkey list --log {D}/twkey.log", "", 0, {"@{D}/twkey.log~ D \\[count:\\d+\\] start\n"});
-        row("twkey version --verbose", "", 0, {});
+        row("twkey list --verbose --log {D}/twkey.log", "", 0, {"@{D}/twkey.log~ D \\[count:\\d+\\] start\n", "! D [count:"});
         // Formatting asks first, proves the administrator PIN, and tells the PIN it leaves.
         row("twkey files put doomed --pin 12345678", "bytes", 0, {});
         row("twkey format", "yes\n", 2, {"!Give --yes"});
@@ -228,8 +217,8 @@ private slots:
         row("twkey list", "", 1, {"!cannot list its devices"});
         row("softtoken clear-faults clitoken", "", 0, {});
         // Man page and completion, made at build time from the tables that serve --help.
-        row("shell n=0; for c in $({BIN}/twkey help | sed -n '/^Commands:/,/^$/s/^  \\([a-z-]*\\) .*/\\1/p'); do man -l {BIN}/../share/man/man1/twkey.1 | grep -q \"^ \\{7\\}$c\\b\" && n=$((n+1)) || echo missing $c; done; echo $n shown", "", 0, {"~^[1-9]\\d* shown\n$"});
-        row("shell source {BIN}/../share/bash-completion/completions/twkey && complete -p twkey", "", 0, {"=complete -F _twkey twkey\n"});
+        row("bash -s", "n=0; for c in $({BIN}/twkey help | sed -n '/^Commands:/,/^$/s/^  \\([a-z-]*\\) .*/\\1/p'); do man -l {BIN}/../share/man/man1/twkey.1 | grep -q \"^ \\{7\\}$c\\b\" && n=$((n+1)) || echo missing $c; done; echo $n shown", 0, {"~^[1-9]\\d* shown\n$"});
+        row("bash -s", "source {BIN}/../share/bash-completion/completions/twkey && complete -p twkey", 0, {"=complete -F _twkey twkey\n"});
         row("bash " TWKEY_SOURCE_DIR "/scripts/demo.sh {BIN}", "", 0, {"~openssl"});
     }
     void run()
@@ -241,14 +230,12 @@ private slots:
         const QString program = args.takeFirst();
         QProcess p;
         QByteArray out, err;
-        if (program == "shell")
-            args = QStringList{"-c", args.join(' ')};
         if (program == "flip") {
             QByteArray data = readAll(args.at(0));
             data[10] = char(data.at(10) ^ 0x40);
             QVERIFY(writeAll(args.at(1), data));
         } else {
-            p.start(program == "twkey" || program == "softtoken" ? kBin + "/" + program : program == "shell" ? "bash" : program, args);
+            p.start(program == "twkey" || program == "softtoken" ? kBin + "/" + program : program, args);
             QVERIFY2(p.waitForStarted(10000), qPrintable(program));
             p.write(place(input).toUtf8());
             p.closeWriteChannel();
@@ -304,8 +291,9 @@ private slots:
         QVERIFY(readAll(place("{D}/watch.log")).contains("devName :clitoken ,insert 0"));
     }
 
-    // A PIN prompt on a real terminal has no echo, and echo is back after
-    // Ctrl-C or SIGTERM ended the program at it.
+    // A PIN prompt on a real terminal has no echo, and echo is back after Ctrl-C or SIGTERM ended
+    // the program at it. Keys are typed before Ctrl-C only, which reaches the terminal after them: a
+    // SIGTERM can overtake keys, which are then echoed once echo is back.
     void prompt_data()
     {
         QTest::addColumn<int>("signal");
@@ -328,7 +316,7 @@ private slots:
             shown += QByteArray(seen, int(n));
         termios t{};
         QVERIFY2(tcgetattr(fd, &t) == 0 && !(t.c_lflag & ECHO), shown.constData());
-        QVERIFY(write(fd, "1234", 4) == 4 && (signal ? kill(pid, signal) : int(write(fd, "\x03", 1)) - 1) == 0);
+        QVERIFY((signal ? kill(pid, signal) : int(write(fd, "1234\x03", 5)) - 5) == 0);
         int status = 0;
         QVERIFY(waitpid(pid, &status, 0) == pid && WIFSIGNALED(status) && WTERMSIG(status) == (signal ? signal : SIGINT));
         QVERIFY(tcgetattr(fd, &t) == 0 && (t.c_lflag & ECHO) && read(fd, seen, sizeof seen - 1) > 0 && !strstr(seen, "1234"));
