@@ -76,14 +76,3 @@ HCONTAINER TokenFixture::ready(const QString &device, const char *container, DEV
     *app = *dev ? openApp(*dev) : nullptr;
     return *app && login(*app) ? openContainer(*app, container) : nullptr;
 }
-
-QStringList TokenFixture::names(const QByteArray &multi)
-{
-    QStringList out;
-    for (const QByteArray &name : multi.split('\0')) {
-        if (name.isEmpty())
-            break;
-        out << QString::fromUtf8(name);
-    }
-    return out;
-}

@@ -8,8 +8,10 @@
 #include "softtokenengine.h"
 
 #include <QTemporaryDir>
+#include <QTest>
 
 #include <functional>
+#include <memory>
 
 class TokenFixture
 {
@@ -34,7 +36,6 @@ public:
     HCONTAINER openContainer(HAPPLICATION app, const char *container);
     bool login(HAPPLICATION app, const char *pin = UserPin);
     HCONTAINER ready(const QString &device, const char *container, DEVHANDLE *dev, HAPPLICATION *app);
-    static QStringList names(const QByteArray &multi); // an SKF multi-string
 
 private:
     QTemporaryDir m_dir;
@@ -70,6 +71,14 @@ struct Out
     Out &operator<<(char c) { return text += QLatin1Char(c), *this; }
     operator QString() const { return text; }
 };
+// A new table's columns and steps; the last table's fixture first gives the store setting back.
+inline void newSteps(std::unique_ptr<TokenSteps> *steps)
+{
+    steps->reset();
+    *steps = std::make_unique<TokenSteps>();
+    QTest::addColumn<TokenStep>("step");
+    QTest::addColumn<QString>("shows");
+}
 inline BYTE *bytes(QByteArray &b) { return reinterpret_cast<BYTE *>(b.data()); }
 #define STEP(want, ...) QTest::newRow(#__VA_ARGS__) << TokenStep([]([[maybe_unused]] TokenSteps &s) -> QString { __VA_ARGS__; }) << QString(want)
 #define TOKEN_STEPS_RUN(steps)                                                                                       \
