@@ -7,6 +7,7 @@
 #include "skfapi.h"
 #include "softtokenengine.h"
 
+#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -16,17 +17,15 @@
 class TokenFixture
 {
 public:
-    static const char *const UserPin;
-    static const char *const AdminPin;
-    static const char *const App;
+    static constexpr const char *UserPin = "12345678", *AdminPin = "88888888", *App = "TW_APP";
 
-    TokenFixture();
-    ~TokenFixture();
+    TokenFixture() { useStore(m_dir.path()); }
+    ~TokenFixture() { m_hadStore ? qputenv("SOFTTOKEN_STORE", m_oldStore) : qunsetenv("SOFTTOKEN_STORE"); }
     TokenFixture(const TokenFixture &) = delete;
     TokenFixture &operator=(const TokenFixture &) = delete;
 
     QString store() const { return m_dir.path(); }
-    void useStore(const QString &dir); // another store until the fixture ends
+    void useStore(const QString &dir) { qputenv("SOFTTOKEN_STORE", QFile::encodeName(dir)); } // until the fixture ends
     SoftTokenEngine &engine() { return m_engine; }
     // Default PINs and application; containers as the admin program takes them ("c1:sm2", "c2:rsa:1024", "empty").
     bool addDevice(const QString &name, const QStringList &containers = QStringList());
@@ -39,9 +38,9 @@ public:
 
 private:
     QTemporaryDir m_dir;
-    QByteArray m_oldStore;
-    bool m_hadStore;
-    SoftTokenEngine m_engine;
+    QByteArray m_oldStore = qgetenv("SOFTTOKEN_STORE");
+    bool m_hadStore = qEnvironmentVariableIsSet("SOFTTOKEN_STORE");
+    SoftTokenEngine m_engine{m_dir.path()};
 };
 
 // A table of calls in order on shared handles: each step shows what it got
