@@ -96,7 +96,7 @@ private slots:
         const QString bad = rv(SAR_INVALIDPARAMERR), handle = rv(SAR_INVALIDHANDLEERR), nologin = rv(SAR_USER_NOT_LOGGED_IN);
         STEP("1", return QString::number(s.fx.addDevice("beta") && s.fx.addDevice("alpha") && s.fx.addDevice("gamma") && s.fx.engine().removeDevice("beta")));
         STEP("0 alpha|beta|gamma||", QByteArray b(64, '\x7f'); s.n = 64; // removed ones too, NULs shown as '|'
-             return Out() << rv(SKF_EnumDev(FALSE, b.data(), &s.n)) << ' ' << QString::fromLatin1(b.constData(), int(s.n)).replace('\0', '|'));
+             return Out() << rv(SKF_EnumDev(FALSE, b.data(), &s.n)) << ' ' << b.left(int(s.n)).replace('\0', '|'));
         STEP(rv(SAR_BUFFER_TOO_SMALL) + " 13", char b[5]; s.n = 5; return Out() << rv(SKF_EnumDev(TRUE, b, &s.n)) << ' ' << QString::number(s.n));
         STEP(bad, return rv(SKF_EnumDev(TRUE, nullptr, nullptr)));
         STEP("0:1 0:0 0:0 ", QString o; for (const char *d : {"alpha", "beta", "nosuch"}) o += Out() << rv(SKF_GetDevState(const_cast<char *>(d), &s.n)) << ':' << QString::number(s.n) << ' '; return o);
