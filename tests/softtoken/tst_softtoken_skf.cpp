@@ -207,6 +207,8 @@ private slots:
              return Out() << rv(r) << QString(" %1%2").arg(s.d.left(32) == QByteArray(32, 0)).arg(s.d.mid(64, 32) == QByteArray(32, 0)));
         STEP(OK + rv(SAR_FAIL), auto *p = reinterpret_cast<ECCPUBLICKEYBLOB *>(s.a.data()); auto *g = reinterpret_cast<ECCSIGNATUREBLOB *>(s.d.data());
              QByteArray e = s.b; e[0] = char(e.at(0) ^ 1); return Out() << rv(SKF_ECCVerify(s.dev, p, bytes(s.b), 32, g)) << rv(SKF_ECCVerify(s.dev, p, bytes(e), 32, g)));
+        STEP("1" + rv(SAR_FAIL), QByteArray enc = publicKey(s.c, FALSE); // the encryption pair is another key
+             return Out() << QString::number(!enc.isEmpty() && enc != s.a) << rv(SKF_ECCVerify(s.dev, reinterpret_cast<ECCPUBLICKEYBLOB *>(enc.data()), bytes(s.b), 32, reinterpret_cast<ECCSIGNATUREBLOB *>(s.d.data()))));
         STEP(rv(SAR_USER_NOT_LOGGED_IN) + OK, DEVHANDLE o = s.fx.connect("tok"); HCONTAINER c = s.fx.openContainer(s.fx.openApp(o), "sm2c"); ECCSIGNATUREBLOB g; // signing needs this connection's login
              QString r = Out() << rv(SKF_ECCSignData(c, bytes(s.b), 32, &g)) << rv(SKF_ECCVerify(o, reinterpret_cast<ECCPUBLICKEYBLOB *>(s.a.data()), bytes(s.b), 32, reinterpret_cast<ECCSIGNATUREBLOB *>(s.d.data()))); SKF_DisConnectDev(o); return r);
         STEP(rv(SAR_NOTSUPPORTYETERR), return digest(s.dev, 3, nullptr, QByteArray(), "abc"));
@@ -230,6 +232,8 @@ private slots:
              QString r = Out() << rv(SKF_GenRSAKeyPair(s.c3, 1000, &f)) << rv(SKF_GenRSAKeyPair(s.c3, 1024, &f)) << rv(SKF_GetContainerType(s.c3, &s.m)) << QString::number(s.m); s.n = ULONG(s.d.size());
              r += Out() << rv(SKF_RSASignData(s.c3, bytes(s.b), ULONG(s.b.size()), bytes(s.d), &s.n)) << rv(SKF_RSAVerify(s.dev, &f, bytes(s.b), ULONG(s.b.size()), bytes(s.d), s.n));
              return Out() << r << rv(SKF_RSAVerify(s.dev, reinterpret_cast<RSAPUBLICKEYBLOB *>(s.a.data()), bytes(s.b), ULONG(s.b.size()), bytes(s.d), s.n)));
+        STEP("0 0 2 1", ECCPUBLICKEYBLOB e; ULONG r = SKF_GenECCKeyPair(s.c3, SGD_SM2_2, &e); SKF_GetContainerType(s.c3, &s.m); // an SM2 key makes it an ECC container
+             return Out() << rv(r) << ' ' << rv(SKF_GenECCKeyPair(s.c3, SGD_SM2_1, &e)) << ' ' << QString::number(s.m) << ' ' << QString::number(publicKey(s.c3, TRUE) == QByteArray(reinterpret_cast<char *>(&e), sizeof e)));
         STEP(rv(SAR_NOTINITIALIZEERR), s.a = kSm4Key; SKF_SetSymmKey(s.dev, bytes(s.a), SGD_SM4_ECB, &s.h); SKF_SetSymmKey(s.dev, bytes(s.a), SGD_SM4_CBC, &s.k); QByteArray o(64, 0); s.n = 64;
              return rv(SKF_Encrypt(s.k, bytes(s.a), 16, bytes(o), &s.n)));
         STEP("0 " + kSm4Cipher.toHex(), return crypt(true, s.h, param(QByteArray(), SKF_NO_PADDING), kSm4Key));
