@@ -1,27 +1,6 @@
 #include "tokenfixture.h"
 
 #include <QDebug>
-#include <QFile>
-
-const char *const TokenFixture::UserPin = "12345678";
-const char *const TokenFixture::AdminPin = "88888888";
-const char *const TokenFixture::App = "TW_APP";
-
-TokenFixture::TokenFixture()
-    : m_oldStore(qgetenv("SOFTTOKEN_STORE")), m_hadStore(qEnvironmentVariableIsSet("SOFTTOKEN_STORE")), m_engine(m_dir.path())
-{
-    useStore(m_dir.path());
-}
-
-TokenFixture::~TokenFixture()
-{
-    m_hadStore ? qputenv("SOFTTOKEN_STORE", m_oldStore) : qunsetenv("SOFTTOKEN_STORE");
-}
-
-void TokenFixture::useStore(const QString &dir)
-{
-    qputenv("SOFTTOKEN_STORE", QFile::encodeName(dir));
-}
 
 bool TokenFixture::addDevice(const QString &name, const QStringList &containers)
 {
@@ -75,15 +54,4 @@ HCONTAINER TokenFixture::ready(const QString &device, const char *container, DEV
     *dev = connect(device);
     *app = *dev ? openApp(*dev) : nullptr;
     return *app && login(*app) ? openContainer(*app, container) : nullptr;
-}
-
-QStringList TokenFixture::names(const QByteArray &multi)
-{
-    QStringList out;
-    for (const QByteArray &name : multi.split('\0')) {
-        if (name.isEmpty())
-            break;
-        out << QString::fromUtf8(name);
-    }
-    return out;
 }

@@ -7,24 +7,25 @@
 #include "skfapi.h"
 #include "softtokenengine.h"
 
+#include <QFile>
 #include <QTemporaryDir>
+#include <QTest>
 
 #include <functional>
+#include <memory>
 
 class TokenFixture
 {
 public:
-    static const char *const UserPin;
-    static const char *const AdminPin;
-    static const char *const App;
+    static constexpr const char *UserPin = "12345678", *AdminPin = "88888888", *App = "TW_APP";
 
-    TokenFixture();
-    ~TokenFixture();
+    TokenFixture() { useStore(m_dir.path()); }
+    ~TokenFixture() { m_hadStore ? qputenv("SOFTTOKEN_STORE", m_oldStore) : qunsetenv("SOFTTOKEN_STORE"); }
     TokenFixture(const TokenFixture &) = delete;
     TokenFixture &operator=(const TokenFixture &) = delete;
 
     QString store() const { return m_dir.path(); }
-    void useStore(const QString &dir); // another store until the fixture ends
+    void useStore(const QString &dir) { qputenv("SOFTTOKEN_STORE", QFile::encodeName(dir)); } // until the fixture ends
     SoftTokenEngine &engine() { return m_engine; }
     // Default PINs and application; containers as the admin program takes them ("c1:sm2", "c2:rsa:1024", "empty").
     bool addDevice(const QString &name, const QStringList &containers = QStringList());
@@ -34,13 +35,12 @@ public:
     HCONTAINER openContainer(HAPPLICATION app, const char *container);
     bool login(HAPPLICATION app, const char *pin = UserPin);
     HCONTAINER ready(const QString &device, const char *container, DEVHANDLE *dev, HAPPLICATION *app);
-    static QStringList names(const QByteArray &multi); // an SKF multi-string
 
 private:
     QTemporaryDir m_dir;
-    QByteArray m_oldStore;
-    bool m_hadStore;
-    SoftTokenEngine m_engine;
+    QByteArray m_oldStore = qgetenv("SOFTTOKEN_STORE");
+    bool m_hadStore = qEnvironmentVariableIsSet("SOFTTOKEN_STORE");
+    SoftTokenEngine m_engine{m_dir.path()};
 };
 
 // A table of calls in order on shared handles: each step shows what it got
@@ -70,6 +70,14 @@ struct Out
     Out &operator<<(char c) { return text += QLatin1Char(c), *this; }
     operator QString() const { return text; }
 };
+// A new table's columns and steps; the last table's fixture first gives the store setting back.
+inline void newSteps(std::unique_ptr<TokenSteps> *steps)
+{
+    steps->reset();
+    *steps = std::make_unique<TokenSteps>();
+    QTest::addColumn<TokenStep>("step");
+    QTest::addColumn<QString>("shows");
+}
 inline BYTE *bytes(QByteArray &b) { return reinterpret_cast<BYTE *>(b.data()); }
 #define STEP(want, ...) QTest::newRow(#__VA_ARGS__) << TokenStep([]([[maybe_unused]] TokenSteps &s) -> QString { __VA_ARGS__; }) << QString(want)
 #define TOKEN_STEPS_RUN(steps)                                                                                       \
