@@ -256,10 +256,7 @@ Row &Row::then(const QString &method, const QList<Val> &args, const QString &glo
     return m_then << qMakePair(Step{method, args, QString(), {}, false, {}}, glob), *this;
 }
 
-QString errorLine(const char *format, quint32 code)
-{
-    return QLatin1Char('!') + QString::asprintf(format, int(code));
-}
+QString errorLine(const char *format, quint32 code) { return QLatin1Char('!') + QString::asprintf(format, int(code)); }
 
 QString printed(const QString &text, const char *tag)
 {

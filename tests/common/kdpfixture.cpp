@@ -6,10 +6,7 @@
 
 #include <quazip/JlCompress.h>
 
-KdpFixture::KdpFixture()
-{
-    QDir(m_dir.path()).mkpath(QStringLiteral("kdp"));
-}
+KdpFixture::KdpFixture() { QDir(m_dir.path()).mkpath(QStringLiteral("kdp")); }
 
 QString KdpFixture::addPackage(const QString &dirName, const KdpConfig &config, const QString &libraryFile, Link link) const
 {
@@ -90,7 +87,4 @@ bool KdpFixture::pack(const QString &packageDir, const QString &kdpFile)
     return JlCompress::compressDir(kdpFile, packageDir, true);
 }
 
-QString KdpFixture::encodeAdminPin(const QString &pin)
-{
-    return QString::fromLatin1(pin.toUtf8().toBase64().toBase64());
-}
+QString KdpFixture::encodeAdminPin(const QString &pin) { return QString::fromLatin1(pin.toUtf8().toBase64().toBase64()); }

@@ -12,10 +12,7 @@ TestHost::TestHost(const QString &binPath) : m_binPath(binPath)
     m_core.setConfigPath(m_binPath + QStringLiteral("/config"));
 }
 
-TestHost::~TestHost()
-{
-    m_host.shutdown(true);
-}
+TestHost::~TestHost() { m_host.shutdown(true); }
 
 QObject *TestHost::start(const QString &library)
 {

@@ -33,10 +33,7 @@ bool TwDeviceGuard::isolate()
 
 TwDeviceGuard::TwDeviceGuard() : m_saved(current()) {}
 
-TwDeviceGuard::~TwDeviceGuard()
-{
-    set(m_saved);
-}
+TwDeviceGuard::~TwDeviceGuard() { set(m_saved); }
 
 QByteArray TwDeviceGuard::current()
 {

@@ -1,7 +1,4 @@
 // Linked into a test by tw_isolate_device(): the lock is taken before main.
 #include "twdeviceguard.h"
 
-__attribute__((constructor(101))) static void twIsolateDeviceFile()
-{
-    TwDeviceGuard::isolate();
-}
+__attribute__((constructor(101))) static void twIsolateDeviceFile() { TwDeviceGuard::isolate(); }

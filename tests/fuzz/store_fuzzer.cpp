@@ -10,10 +10,7 @@
 // Qt 5.15's JSON parser itself leaks on some malformed documents, and a
 // stack unwound by frame pointers ends inside Qt: what Qt allocated is let
 // be, the keys' memory is still watched.
-extern "C" const char *__lsan_default_suppressions()
-{
-    return "leak:libQt5Core.so\n";
-}
+extern "C" const char *__lsan_default_suppressions() { return "leak:libQt5Core.so\n"; }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -70,10 +70,7 @@ class TstManager : public QObject
     }
 
 private slots:
-    void initTestCase()
-    {
-        qInstallMessageHandler(captureDebug);
-    }
+    void initTestCase() { qInstallMessageHandler(captureDebug); }
     void init()
     {
         kdp = std::make_unique<KdpFixture>();

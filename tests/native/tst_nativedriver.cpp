@@ -20,10 +20,7 @@ namespace {
 
 QStringList g_debug;
 
-void keepDebug(QtMsgType, const QMessageLogContext &, const QString &text)
-{
-    g_debug << text;
-}
+void keepDebug(QtMsgType, const QMessageLogContext &, const QString &text) { g_debug << text; }
 
 KdpConfig native()
 {

@@ -40,16 +40,10 @@ inline Row closed(const QString &tag)
 
 // Connected but with no application: closed, then an open whose only
 // application does not open.
-inline Row halfOpen(const QString &tag)
-{
-    return closed(tag).fault("SKF_OpenApplication", SAR_FAIL).before("open");
-}
+inline Row halfOpen(const QString &tag) { return closed(tag).fault("SKF_OpenApplication", SAR_FAIL).before("open"); }
 
 // A session logged in with the user PIN.
-inline Row user(const QString &tag)
-{
-    return Row(tag).before("verifyPin", {kUser, false});
-}
+inline Row user(const QString &tag) { return Row(tag).before("verifyPin", {kUser, false}); }
 
 // What a removed token's closing asks of the library: application, device.
 inline QStringList closing(int app, int dev)
@@ -57,10 +51,7 @@ inline QStringList closing(int app, int dev)
     return {QStringLiteral("SKF_CloseApplication(h%1) = *").arg(app), QStringLiteral("SKF_DisConnectDev(h%1) = *").arg(dev)};
 }
 
-inline std::function<void(DeviceData &)> serial(const QString &sn)
-{
-    return [sn](DeviceData &d) { d.serial = sn; };
-}
+inline std::function<void(DeviceData &)> serial(const QString &sn) { return [sn](DeviceData &d) { d.serial = sn; }; }
 
 // A file on the standard token's application.
 inline std::function<void(DeviceData &)> file(const QString &name, const QByteArray &data, quint32 read = 0xFF,
@@ -69,10 +60,7 @@ inline std::function<void(DeviceData &)> file(const QString &name, const QByteAr
     return [=](DeviceData &d) { d.apps[0].files.append(DeviceData::File{name, read, write, data}); };
 }
 
-inline void noContainers(DeviceData &d)
-{
-    d.apps[0].containers.clear();
-}
+inline void noContainers(DeviceData &d) { d.apps[0].containers.clear(); }
 
 // An application APP0 without containers ahead of the standard one.
 inline void emptyAppFirst(DeviceData &d)

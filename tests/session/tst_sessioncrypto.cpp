@@ -55,16 +55,10 @@ QPair<QByteArray, QByteArray> rsaWrapped(const DeviceData &token)
 }
 
 // Opened container "c" (SM2 c1 or RSA r1), the user logged in.
-Row in(const char *container, const QString &tag)
-{
-    return user(tag).before("openContainer", {container}, "c");
-}
+Row in(const char *container, const QString &tag) { return user(tag).before("openContainer", {container}, "c"); }
 
 // The same without the login.
-Row bare(const char *container, const QString &tag)
-{
-    return Row(tag).before("openContainer", {container}, "c");
-}
+Row bare(const char *container, const QString &tag) { return Row(tag).before("openContainer", {container}, "c"); }
 
 // A session key "k" made by the token for c1's encryption key, and the
 // enveloped form "blob" (181 bytes of its 197).

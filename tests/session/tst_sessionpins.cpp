@@ -6,10 +6,7 @@
 
 namespace {
 
-void adminPin(DeviceData &d, const char *pin)
-{
-    d.apps[0].admin.set(QByteArray(pin));
-}
+void adminPin(DeviceData &d, const char *pin) { d.apps[0].admin.set(QByteArray(pin)); }
 
 const auto builtInAdmin = [](DeviceData &d) { adminPin(d, kBuiltIn); };
 const auto otherAdmin = [](DeviceData &d) { adminPin(d, "77777777"); };

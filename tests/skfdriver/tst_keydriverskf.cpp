@@ -19,10 +19,7 @@ namespace {
 
 QStringList g_messages; // Qt's debug stream, where the binding reports missing names
 
-void capture(QtMsgType, const QMessageLogContext &, const QString &text)
-{
-    g_messages << text;
-}
+void capture(QtMsgType, const QMessageLogContext &, const QString &text) { g_messages << text; }
 
 } // namespace
 
@@ -56,10 +53,7 @@ class TstKeyDriverSKF : public QObject
     }
 
 private slots:
-    void initTestCase()
-    {
-        qInstallMessageHandler(capture);
-    }
+    void initTestCase() { qInstallMessageHandler(capture); }
     void init()
     {
         core.clear();

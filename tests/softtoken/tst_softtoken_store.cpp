@@ -119,10 +119,7 @@ QString tries(TokenSteps &s, int wrong)
     return o << QString::number(left);
 }
 
-QStringList temporaries(const QString &folder)
-{
-    return QDir(folder).entryList({"*.tmp.*"}, QDir::Files | QDir::Hidden);
-}
+QStringList temporaries(const QString &folder) { return QDir(folder).entryList({"*.tmp.*"}, QDir::Files | QDir::Hidden); }
 
 } // namespace
 
