@@ -224,6 +224,8 @@ private slots:
             << false << "" << QStringList{"open| unpack refused: the work folder is a link or a file"} << QStringList{"pk/w=plain"};
         QTest::newRow("an entry made twice") << QStringList{"tw.kdp!config.xml={CFG}", "tw.kdp!f=1", "tw.kdp!f=2"} << "tw.kdp"
             << false << "" << QStringList{"open| unpack refused: entry \"f\" made twice"} << QStringList{"!tw"};
+        QTest::newRow("a folder entry on a file") << QStringList{"fo.kdp!config.xml={CFG}", "fo.kdp!d=1", "fo.kdp!d/="} << "fo.kdp"
+            << false << "" << QStringList{"open| unpack refused: folder \"d/\" stands on a link or a file"} << QStringList{"!fo"};
         QTest::newRow("link to an absolute path") << QStringList{"al.kdp!config.xml={CFG}", "al.kdp!l->/etc"} << "al.kdp" << false
             << "" << QStringList{"open| unpack refused: link \"l\" refused"} << QStringList{"!al"};
         QTest::newRow("link leading out after all") << QStringList{"out.kdp!config.xml={CFG}", "out.kdp!a->.", "out.kdp!b->a/.."}
