@@ -250,8 +250,8 @@ private slots:
                 .calls(QStringList{"SKF_EnumFiles(h1, null, *", "SKF_EnumFiles(h1, *"} + QStringList{
                     R"(SKF_GetFileInfo(h1, "PUBOBJ2", *)", R"(SKF_ReadFile(h1, "PUBOBJ2", 0, 27, *)", "...",
                     R"(SKF_ReadFile(h1, "PUBOBJZ", *)"})
-                .log({" value: abc", " insert strName(A): key: 7;  value: PUBOBJ2", " updata strName: 7;  value: 7",
-                      " iNam(PUBOBJ): 10", " insert strName(A): key: 11;  value: PUBOBJ9", " iNam(PUBOBJ): 0"})
+                .log({" value: abc", "[enumFiles] insert strName(A): key: 7;  value: PUBOBJ2", " updata strName: 7;  value: 7",
+                      "[enumFiles] iNam(PUBOBJ): 10", " insert strName(A): key: 11;  value: PUBOBJ9", " iNam(PUBOBJ): 0"})
                 .then("enumFiles", {}, R"({"7","kfs_seal_1","11","1","6","33"})"),
             Row("an object reads less 52 bytes").loose().token(objects).call("readFile", {"11"}).is("[7]7061796c6f6164")
                 .calls({"...", R"(SKF_GetFileInfo(h1, "PUBOBJ9", *)", R"(SKF_ReadFile(h1, "PUBOBJ9", *)"})
