@@ -2,6 +2,9 @@
 
 #include <QRecursiveMutex>
 
+#include <algorithm>
+#include <cstring>
+
 #include "rtc.h"
 #include "twcoreaccess.h"
 #include "twsignaturecoreagent.h"
@@ -15,17 +18,27 @@ bool enabled()
 
 QString line(const char *function, int line, const QString &message)
 {
-    // "[function:line]message" in one buffer: this runs for every log line.
-    const QByteArray number = QByteArray::number(line);
-    const QLatin1String name(function);
-    QString text;
-    text.reserve(name.size() + number.size() + message.size() + 3);
-    text += QLatin1Char('[');
-    text += name;
-    text += QLatin1Char(':');
-    text += QLatin1String(number);
-    text += QLatin1Char(']');
-    text += message;
+    // "[function:line]message" written in place into one buffer: this runs
+    // for every log line.
+    char digits[16];
+    char *number = digits + sizeof digits;
+    unsigned int value = line < 0 ? 0u - unsigned(line) : unsigned(line);
+    do {
+        *--number = char('0' + value % 10);
+        value /= 10;
+    } while (value);
+    if (line < 0)
+        *--number = '-';
+    const int numberLength = int(digits + sizeof digits - number);
+    const int nameLength = int(std::strlen(function));
+    QString text(nameLength + numberLength + message.size() + 3, Qt::Uninitialized);
+    QChar *out = text.data();
+    *out++ = QLatin1Char('[');
+    out = std::transform(function, function + nameLength, out, [](char c) { return QLatin1Char(c); });
+    *out++ = QLatin1Char(':');
+    out = std::transform(number, number + numberLength, out, [](char c) { return QLatin1Char(c); });
+    *out++ = QLatin1Char(']');
+    std::copy(message.constData(), message.constData() + message.size(), out);
     return text;
 }
 
