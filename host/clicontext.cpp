@@ -200,7 +200,7 @@ int CliContext::openSelectedKey(Login login)
 void CliContext::clearError()
 {
     m_core.setLastError(0);
-    m_errorLines = m_core.lines(TWCore::Level::Error).size();
+    m_errorLines = m_core.count(TWCore::Level::Error);
 }
 
 uint CliContext::lastError()

@@ -17,14 +17,8 @@ bool returnsType(const QMetaMethod &method, const char *typeName)
     return qstrcmp(method.typeName(), typeName) == 0;
 }
 
-} // namespace
-
-QByteArray TWCall::signature(const char *method, std::initializer_list<TWArg> args)
-{
-    return signature(method, args.begin(), int(args.size()));
-}
-
-QByteArray TWCall::signature(const char *method, const TWArg *args, int count)
+// "name(Type1,Type2)" as the caller spelled it.
+QByteArray spelledSignature(const char *method, const TWArg *args, int count)
 {
     QByteArray sig = QByteArray(method).trimmed();
     sig += '(';
@@ -34,7 +28,19 @@ QByteArray TWCall::signature(const char *method, const TWArg *args, int count)
         sig += args[i].typeName;
     }
     sig += ')';
-    return QMetaObject::normalizedSignature(sig.constData());
+    return sig;
+}
+
+} // namespace
+
+QByteArray TWCall::signature(const char *method, std::initializer_list<TWArg> args)
+{
+    return signature(method, args.begin(), int(args.size()));
+}
+
+QByteArray TWCall::signature(const char *method, const TWArg *args, int count)
+{
+    return QMetaObject::normalizedSignature(spelledSignature(method, args, count).constData());
 }
 
 bool TWCall::invoke(QObject *target, const char *method, TWArg result, std::initializer_list<TWArg> args)
@@ -48,7 +54,13 @@ bool TWCall::invoke(QObject *target, const char *method, TWArg result, const TWA
         return false;
     // The run-time meta-object, so the most derived class's methods count.
     const QMetaObject *meta = target->metaObject();
-    const int index = meta->indexOfMethod(signature(method, args, count).constData());
+    // Normalizing costs more than the search, and a signature that is found
+    // as it is spelled is already in the form moc stores: this is how Qt's
+    // own invokeMethod looks a method up.
+    const QByteArray spelled = spelledSignature(method, args, count);
+    int index = meta->indexOfMethod(spelled.constData());
+    if (index < 0)
+        index = meta->indexOfMethod(QMetaObject::normalizedSignature(spelled.constData()).constData());
     if (index < 0)
         return false;
     // A slot of another type would be written through the wrong type.

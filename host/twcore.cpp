@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QMutexLocker>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -114,6 +115,12 @@ QStringList TWCore::lines(Level level) const
             out << line.text;
     }
     return out;
+}
+
+int TWCore::count(Level level) const
+{
+    QMutexLocker lock(&m_mutex);
+    return int(std::count_if(m_lines.cbegin(), m_lines.cend(), [level](const LogLine &line) { return line.level == level; }));
 }
 
 int TWCore::lineCount() const
