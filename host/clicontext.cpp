@@ -35,8 +35,11 @@ void qtMessage(QtMsgType type, const QMessageLogContext &, const QString &text)
         else
             s_messageCore->logError(QStringLiteral("[qt] ") + text);
     }
-    if (!quiet)
+    if (!quiet) {
+        // After the results so far, which may wait in a buffer.
+        std::fflush(nullptr);
         std::fprintf(stderr, "%s\n", qPrintable(text));
+    }
 }
 
 // The folder of the library and its kdp/: beside twkey in the build tree,
@@ -289,6 +292,7 @@ bool CliContext::readPin(const QString &prompt, QString *pin)
     QString error;
     if (!reader)
         return false;
+    m_out.flushResults();
     if (reader->next(prompt, pin, &error))
         return true;
     usage(error);
@@ -305,6 +309,7 @@ bool CliContext::readNewPin(const QString &prompt, QString *pin)
     QString error;
     if (!reader)
         return false;
+    m_out.flushResults();
     if (reader->nextNew(prompt, pin, &error))
         return true;
     usage(error);
@@ -359,6 +364,7 @@ bool CliContext::confirm(const QString &question, int *rc)
         *rc = usage(QStringLiteral("%1 Give --yes to go on without a terminal.").arg(question));
         return false;
     }
+    m_out.flushResults();
     std::fprintf(stderr, "%s Type yes to go on: ", qPrintable(question));
     std::fflush(stderr);
     QFile in;

@@ -160,6 +160,9 @@ void TWCore::append(Level level, const QString &text)
         m_logFile.write(line);
         m_logFile.flush();
     }
-    if (m_verbose)
+    if (m_verbose) {
+        // Behind the results so far, which may wait in a buffer.
+        std::fflush(nullptr);
         std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
+    }
 }

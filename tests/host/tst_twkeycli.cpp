@@ -175,6 +175,8 @@ private slots:
         row("twkey sign --container sm2new --pin 12345678 --format der --stop-on-error {D}/msg.txt {D}/plain.txt {D}/none.txt {D}/blob.bin", "", 1,
             {"~^signed +\\S+msg.txt \\(\\S+msg.txt.sig\\)\nsigned +\\S+plain.txt .*\nFAILED +\\S+none.txt: cannot read .*\nskipped +\\S+blob.bin\n$",
              "!twkey: 2 of 4 signed, 1 failed, 1 not tried"});
+        row("bash -s", "{BIN}/twkey sign --container sm2new --pin 12345678 --format der {D}/msg.txt {D}/none.txt 2>&1", 1, // results ahead of the summary
+            {"~^signed +\\S+msg.txt \\(.*\nFAILED +\\S+none.txt: cannot read .*\ntwkey: 1 of 2 signed, 1 failed\n$"});
         row("twkey sign --container rsanew --pin-fd 0 --out-dir {D}/sigs --list -", "12345678\n{D}/msg.txt\n{D}/plain.txt\n{D}/blob.bin\n", 0, {"!3 of 3 signed\n"});
         row("bash -s", "cd {D} && for f in msg plain; do openssl dgst -sm3 -sigopt distid:1234567812345678 -verify pub.pem -signature $f.txt.sig $f.txt"
             " && openssl dgst -sha256 -verify rsa.pem -signature sigs/$f.txt.sig $f.txt || exit 1; done", 0, {});
