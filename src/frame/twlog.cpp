@@ -16,10 +16,13 @@ bool enabled()
     return getSignatureCore() != nullptr;
 }
 
-QString line(const char *function, int line, const QString &message)
+namespace {
+
+// "[function:line]" followed by room for a message of `length` characters,
+// written in place into one buffer: this runs for every log line. *rest
+// is where the message goes.
+QString framed(const char *function, int line, int length, QChar **rest)
 {
-    // "[function:line]message" written in place into one buffer: this runs
-    // for every log line.
     char digits[16];
     char *number = digits + sizeof digits;
     unsigned int value = line < 0 ? 0u - unsigned(line) : unsigned(line);
@@ -31,27 +34,69 @@ QString line(const char *function, int line, const QString &message)
         *--number = '-';
     const int numberLength = int(digits + sizeof digits - number);
     const int nameLength = int(std::strlen(function));
-    QString text(nameLength + numberLength + message.size() + 3, Qt::Uninitialized);
+    QString text(nameLength + numberLength + length + 3, Qt::Uninitialized);
     QChar *out = text.data();
     *out++ = QLatin1Char('[');
     out = std::transform(function, function + nameLength, out, [](char c) { return QLatin1Char(c); });
     *out++ = QLatin1Char(':');
     out = std::transform(number, number + numberLength, out, [](char c) { return QLatin1Char(c); });
     *out++ = QLatin1Char(']');
-    std::copy(message.constData(), message.constData() + message.size(), out);
+    *rest = out;
     return text;
 }
 
-void debug(const char *function, int lineNo, const QString &message)
+} // namespace
+
+QString line(const char *function, int line, const QString &message)
+{
+    QChar *rest = nullptr;
+    QString text = framed(function, line, message.size(), &rest);
+    std::copy(message.constData(), message.constData() + message.size(), rest);
+    return text;
+}
+
+QString line(const char *function, int line, const char *message)
+{
+    // ASCII, as fixed texts are, reads the same in every encoding; any
+    // other text is decoded as UTF-8 first.
+    const char *end = message + std::strlen(message);
+    if (std::any_of(message, end, [](char c) { return uchar(c) >= 0x80; }))
+        return twlog::line(function, line, QString::fromUtf8(message));
+    QChar *rest = nullptr;
+    QString text = framed(function, line, int(end - message), &rest);
+    std::transform(message, end, rest, [](char c) { return QLatin1Char(c); });
+    return text;
+}
+
+namespace {
+
+template <typename Text>
+void send(void (TWSignatureCoreAgent::*to)(QString), const char *function, int lineNo, const Text &message)
 {
     if (TWSignatureCoreAgent *core = getSignatureCore())
-        core->logDebug(line(function, lineNo, message));
+        (core->*to)(line(function, lineNo, message));
+}
+
+} // namespace
+
+void debug(const char *function, int lineNo, const QString &message)
+{
+    send(&TWSignatureCoreAgent::logDebug, function, lineNo, message);
 }
 
 void error(const char *function, int lineNo, const QString &message)
 {
-    if (TWSignatureCoreAgent *core = getSignatureCore())
-        core->logError(line(function, lineNo, message));
+    send(&TWSignatureCoreAgent::logError, function, lineNo, message);
+}
+
+void debug(const char *function, int lineNo, const char *message)
+{
+    send(&TWSignatureCoreAgent::logDebug, function, lineNo, message);
+}
+
+void error(const char *function, int lineNo, const char *message)
+{
+    send(&TWSignatureCoreAgent::logError, function, lineNo, message);
 }
 
 void entryDebug(const char *function, int lineNo, const QString &message)
