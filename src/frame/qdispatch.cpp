@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <string_view>
+#include <unordered_set>
 
 #include <sys/stat.h>
 
@@ -30,11 +31,11 @@ constexpr std::string_view kAcceptedTypes[] = {
 
 bool acceptedType(const QByteArray &name)
 {
-    const std::string_view type(name.constData(), size_t(name.size()));
-    for (const std::string_view accepted : kAcceptedTypes) {
-        if (type == accepted)
-            return true;
-    }
+    // Looked up by hash: this runs for every parameter of every call, and
+    // the answer does not depend on the order of the table.
+    static const std::unordered_set<std::string_view> accepted(std::begin(kAcceptedTypes), std::end(kAcceptedTypes));
+    if (accepted.count(std::string_view(name.constData(), size_t(name.size()))))
+        return true;
     // Pointers to anything and arrays pass; user value types do not.
     return name.endsWith('*') || name.endsWith(']');
 }

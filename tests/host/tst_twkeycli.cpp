@@ -190,6 +190,7 @@ private slots:
             " echo 2 > fifo; wait $!)", 1, {"~^signed .*\nFAILED +fifo: the key did not sign \\(error 0x0A000001 SAR_FAIL: .*\nsigned +blob.bin .*\n$"});
         row("twkey digest --alg sha1 --format hex --out -", "abc", 0, {"=a9993e364706816aba3e25717850c26c9cd0d89d\n"});
         row("twkey digest --alg sha256 --format hex", "abc", 0, {"=ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n"});
+        row("twkey digest --alg sha1 --format hex --out {D}/rsa.sig", "abc", 0, {"@{D}/rsa.sig#41"}); // a longer file cut
         row("twkey digest --alg sm3 --format hex", "abc", 0, {"=66c7f0f462eeedd9d1f2d46bdc10e4e24167c4875cf2f7a2297da02b8f4ba8e0\n"});
         row("twkey digest --alg sm3 --container main --format hex", "abc", 0, {"~^(?!66c7f0f4)[0-9a-f]{64}\n$"}); // Z hashed ahead
         row("twkey digest --alg md5", "abc", 2, {});
