@@ -8,6 +8,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QSet>
+#include <QStringBuilder>
 
 BatchRun::BatchRun(CliContext &ctx, Mode mode) : m_ctx(ctx), m_mode(mode) {}
 
@@ -53,7 +54,7 @@ QString BatchRun::signaturePath(const QString &input) const
         return input + QStringLiteral(".sig");
     // The file name as QFileInfo gives it, what follows the last '/', taken
     // without building one per input.
-    return m_folder.filePath(input.mid(input.lastIndexOf(QLatin1Char('/')) + 1) + QStringLiteral(".sig"));
+    return m_folder.filePath(QStringView(input).mid(input.lastIndexOf(QLatin1Char('/')) + 1) % QLatin1String(".sig"));
 }
 
 int BatchRun::run(const std::function<int(const QString &, const QString &)> &work)
@@ -95,7 +96,7 @@ int BatchRun::run(const std::function<int(const QString &, const QString &)> &wo
             ++good;
             if (json)
                 result.insert(QStringLiteral("ok"), true);
-            m_ctx.print(doneColumn + input + QStringLiteral(" (") + signature + QLatin1Char(')'));
+            m_ctx.print(doneColumn % input % QLatin1String(" (") % signature % QLatin1Char(')'));
         } else {
             ++failed;
             const QString message = failure.message.isEmpty() ? QStringLiteral("failed") : failure.message;

@@ -59,8 +59,11 @@ QString line(const char *function, int line, const char *message)
 {
     // ASCII, as fixed texts are, reads the same in every encoding; any
     // other text is decoded as UTF-8 first.
-    const char *end = message + std::strlen(message);
-    if (std::any_of(message, end, [](char c) { return uchar(c) >= 0x80; }))
+    const char *end = message;
+    bool ascii = true;
+    for (; *end; ++end)
+        ascii = ascii && uchar(*end) < 0x80;
+    if (!ascii)
         return twlog::line(function, line, QString::fromUtf8(message));
     QChar *rest = nullptr;
     QString text = framed(function, line, int(end - message), &rest);
