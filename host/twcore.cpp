@@ -120,7 +120,8 @@ QStringList TWCore::lines(Level level) const
 int TWCore::count(Level level) const
 {
     QMutexLocker lock(&m_mutex);
-    return int(std::count_if(m_lines.cbegin(), m_lines.cend(), [level](const LogLine &line) { return line.level == level; }));
+    return int(std::count_if(m_lines.cbegin(), m_lines.cend(),
+                             [level](const LogLine &line) { return line.level == level; }));
 }
 
 int TWCore::lineCount() const

@@ -137,7 +137,7 @@ void Q_Dispatch::invokeHelperV(QString methodName, void *result, va_list args)
     // The count goes in as one character whose code is the count.
     if (trace)
         appendTrace(_traceDirName, QStringLiteral("methodName=") + methodName + QStringLiteral("::paramCount=")
-                                   + QChar(ushort(types.size())));
+                                       + QChar(ushort(types.size())));
     for (int i = 0; i < types.size(); ++i) {
         if (trace)
             appendTrace(_traceDirName, QStringLiteral("paramTypeName=") + QString::fromLatin1(types.at(i)));

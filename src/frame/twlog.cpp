@@ -45,6 +45,13 @@ QString framed(const char *function, int line, int length, QChar **rest)
     return text;
 }
 
+template <typename Text>
+void send(void (TWSignatureCoreAgent::*to)(QString), const char *function, int lineNo, const Text &message)
+{
+    if (TWSignatureCoreAgent *core = getSignatureCore())
+        (core->*to)(line(function, lineNo, message));
+}
+
 } // namespace
 
 QString line(const char *function, int line, const QString &message)
@@ -70,17 +77,6 @@ QString line(const char *function, int line, const char *message)
     std::transform(message, end, rest, [](char c) { return QLatin1Char(c); });
     return text;
 }
-
-namespace {
-
-template <typename Text>
-void send(void (TWSignatureCoreAgent::*to)(QString), const char *function, int lineNo, const Text &message)
-{
-    if (TWSignatureCoreAgent *core = getSignatureCore())
-        (core->*to)(line(function, lineNo, message));
-}
-
-} // namespace
 
 void debug(const char *function, int lineNo, const QString &message)
 {
