@@ -8,6 +8,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QSet>
+#include <QStringBuilder>
 
 BatchRun::BatchRun(CliContext &ctx, Mode mode) : m_ctx(ctx), m_mode(mode) {}
 
@@ -26,6 +27,7 @@ bool BatchRun::prepare()
         return false;
     }
     m_dir = m_ctx.value(dirOption);
+    m_folder.setPath(m_dir);
     if (m_ctx.has(dirOption) && !QFileInfo(m_dir).isDir()) {
         m_ctx.usage(QStringLiteral("--%1 %2 is no folder").arg(QLatin1String(dirOption), m_dir));
         return false;
@@ -48,40 +50,53 @@ bool BatchRun::prepare()
 
 QString BatchRun::signaturePath(const QString &input) const
 {
-    const QString name = (m_dir.isEmpty() ? input : QFileInfo(input).fileName()) + QStringLiteral(".sig");
-    return m_dir.isEmpty() ? name : QDir(m_dir).filePath(name);
+    if (m_dir.isEmpty())
+        return input + QStringLiteral(".sig");
+    // The file name as QFileInfo gives it, what follows the last '/', taken
+    // without building one per input.
+    return m_folder.filePath(QStringView(input).mid(input.lastIndexOf(QLatin1Char('/')) + 1) % QLatin1String(".sig"));
 }
 
 int BatchRun::run(const std::function<int(const QString &, const QString &)> &work)
 {
     const bool signing = m_mode == Mode::Sign;
     const bool stopOnError = m_ctx.has("stop-on-error");
+    // A long batch would spend more on JSON nobody reads than on the rest
+    // of its bookkeeping: results are built only for --json.
+    const bool json = m_ctx.json();
     const QString done = QLatin1String(signing ? "signed" : "verified");
+    const QString doneColumn = done.leftJustified(8) + QLatin1Char(' ');
     const QString signatureField = QLatin1String(signing ? "out" : "sig");
     QSet<QString> written;
     QJsonArray results;
     int good = 0, failed = 0;
     for (const QString &input : qAsConst(m_inputs)) {
         const QString signature = signaturePath(input);
-        QJsonObject result{{QStringLiteral("in"), input}, {signatureField, signature}, {QStringLiteral("ok"), false}};
+        QJsonObject result;
+        if (json)
+            result = {{QStringLiteral("in"), input}, {signatureField, signature}, {QStringLiteral("ok"), false}};
         if (failed && stopOnError) {
             result.insert(QStringLiteral("skipped"), true);
-            results.append(result);
+            if (json)
+                results.append(result);
             m_ctx.print(QStringLiteral("%1 %2").arg(QStringLiteral("skipped"), -8).arg(input));
             continue;
         }
         m_ctx.out().holdFailure();
         m_ctx.clearError();
         // Two signatures into one file would lose the first.
-        const int rc = signing && written.contains(signature)
+        const int known = written.size();
+        if (signing)
+            written.insert(signature);
+        const int rc = signing && written.size() == known
                            ? m_ctx.usage(QStringLiteral("another input of this batch writes %1").arg(signature))
                            : work(input, signature);
-        written.insert(signature);
         const CliOutput::Failure failure = m_ctx.out().takeFailure();
         if (rc == CliContext::Ok) {
             ++good;
-            result.insert(QStringLiteral("ok"), true);
-            m_ctx.print(QStringLiteral("%1 %2 (%3)").arg(done, -8).arg(input, signature));
+            if (json)
+                result.insert(QStringLiteral("ok"), true);
+            m_ctx.print(doneColumn % input % QLatin1String(" (") % signature % QLatin1Char(')'));
         } else {
             ++failed;
             const QString message = failure.message.isEmpty() ? QStringLiteral("failed") : failure.message;
@@ -94,7 +109,8 @@ int BatchRun::run(const std::function<int(const QString &, const QString &)> &wo
                                        : QStringLiteral(" (%1)").arg(failure.details.first());
             m_ctx.print(QStringLiteral("%1 %2: %3%4").arg(QStringLiteral("FAILED"), -8).arg(input, message, detail));
         }
-        results.append(result);
+        if (json)
+            results.append(result);
     }
     m_ctx.out().set(QStringLiteral("results"), results);
     const int total = m_inputs.size(), untried = total - good - failed;

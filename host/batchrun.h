@@ -9,6 +9,7 @@
 #ifndef TWHOST_BATCHRUN_H
 #define TWHOST_BATCHRUN_H
 
+#include <QDir>
 #include <QString>
 #include <QStringList>
 
@@ -41,6 +42,7 @@ private:
     CliContext &m_ctx;
     Mode m_mode;
     QString m_dir;
+    QDir m_folder;
     QStringList m_inputs;
 };
 

@@ -14,6 +14,7 @@
 #include <openssl/rand.h>
 #include <openssl/x509.h>
 
+#include <cstring>
 #include <memory>
 
 namespace {
@@ -193,22 +194,28 @@ QByteArray BlobConverter::compactToDer(const QByteArray &compact)
 {
     if (compact.size() != kCompactSignatureSize)
         return QByteArray();
-    const auto *p = reinterpret_cast<const unsigned char *>(compact.constData());
-    BnPtr r(BN_bin2bn(p, kSm2Bytes, nullptr));
-    BnPtr s(BN_bin2bn(p + kSm2Bytes, kSm2Bytes, nullptr));
-    SigPtr sig(ECDSA_SIG_new());
-    if (!r || !s || !sig || ECDSA_SIG_set0(sig.get(), r.get(), s.get()) != 1)
-        return QByteArray();
-    // The signature owns r and s now.
-    r.release();
-    s.release();
-    const int size = i2d_ECDSA_SIG(sig.get(), nullptr);
-    if (size <= 0)
-        return QByteArray();
-    QByteArray der(size, '\0');
-    auto *out = reinterpret_cast<unsigned char *>(der.data());
-    i2d_ECDSA_SIG(sig.get(), &out);
-    return der;
+    // SEQUENCE of two INTEGERs, each at most 33 bytes, so every length
+    // fits one byte. Written here: a batch converts one per input, and
+    // OpenSSL's encoder costs more than the rest of the host's work on it.
+    char der[2 + 2 * (3 + kSm2Bytes)];
+    int size = 2;
+    for (const char *number : {compact.constData(), compact.constData() + kSm2Bytes}) {
+        // The smallest form: leading zero bytes dropped, and one put back
+        // before a high bit, which would make the number negative.
+        int start = 0;
+        while (start < kSm2Bytes - 1 && number[start] == 0)
+            ++start;
+        const bool pad = uchar(number[start]) & 0x80;
+        der[size++] = 0x02;
+        der[size++] = char(kSm2Bytes - start + (pad ? 1 : 0));
+        if (pad)
+            der[size++] = 0;
+        std::memcpy(der + size, number + start, size_t(kSm2Bytes - start));
+        size += kSm2Bytes - start;
+    }
+    der[0] = 0x30;
+    der[1] = char(size - 2);
+    return QByteArray(der, size);
 }
 
 QByteArray BlobConverter::derToCompact(const QByteArray &der)

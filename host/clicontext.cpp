@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -35,8 +36,11 @@ void qtMessage(QtMsgType type, const QMessageLogContext &, const QString &text)
         else
             s_messageCore->logError(QStringLiteral("[qt] ") + text);
     }
-    if (!quiet)
+    if (!quiet) {
+        // After the results so far, which may wait in a buffer.
+        std::fflush(nullptr);
         std::fprintf(stderr, "%s\n", qPrintable(text));
+    }
 }
 
 // The folder of the library and its kdp/: beside twkey in the build tree,
@@ -200,7 +204,7 @@ int CliContext::openSelectedKey(Login login)
 void CliContext::clearError()
 {
     m_core.setLastError(0);
-    m_errorLines = m_core.lines(TWCore::Level::Error).size();
+    m_errorLines = m_core.count(TWCore::Level::Error);
 }
 
 uint CliContext::lastError()
@@ -289,6 +293,7 @@ bool CliContext::readPin(const QString &prompt, QString *pin)
     QString error;
     if (!reader)
         return false;
+    m_out.flushResults();
     if (reader->next(prompt, pin, &error))
         return true;
     usage(error);
@@ -305,6 +310,7 @@ bool CliContext::readNewPin(const QString &prompt, QString *pin)
     QString error;
     if (!reader)
         return false;
+    m_out.flushResults();
     if (reader->nextNew(prompt, pin, &error))
         return true;
     usage(error);
@@ -359,6 +365,7 @@ bool CliContext::confirm(const QString &question, int *rc)
         *rc = usage(QStringLiteral("%1 Give --yes to go on without a terminal.").arg(question));
         return false;
     }
+    m_out.flushResults();
     std::fprintf(stderr, "%s Type yes to go on: ", qPrintable(question));
     std::fflush(stderr);
     QFile in;
@@ -558,10 +565,12 @@ bool CliContext::writeFile(const QString &path, const QByteArray &bytes)
         m_out.bytes(bytes);
         return true;
     }
-    // Written over in place, then cut to length: a file rewritten with as
-    // many bytes (a batch signed again) costs the file system no blocks
-    // freed and allocated anew.
+    // Written over in place, then cut to length if it was longer: a file
+    // rewritten with as many bytes (a batch signed again) costs the file
+    // system no blocks freed and allocated anew, and no truncation.
     const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    struct stat before;
+    const bool cut = fd >= 0 && (::fstat(fd, &before) != 0 || before.st_size > bytes.size());
     qint64 done = 0;
     while (fd >= 0 && done < bytes.size()) {
         const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
@@ -571,7 +580,7 @@ bool CliContext::writeFile(const QString &path, const QByteArray &bytes)
             break;
         done += n;
     }
-    bool ok = fd >= 0 && done == bytes.size() && (::ftruncate(fd, done) == 0 || errno == EINVAL);
+    bool ok = fd >= 0 && done == bytes.size() && (!cut || ::ftruncate(fd, done) == 0 || errno == EINVAL);
     int error = errno;
     if (fd >= 0 && ::close(fd) != 0 && ok) {
         ok = false;

@@ -6,15 +6,24 @@
 
 namespace {
 
-void put(FILE *stream, const QByteArray &bytes)
+void put(FILE *stream, const QByteArray &bytes, bool flush = true)
 {
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
+    if (flush)
+        std::fflush(stream);
 }
 
 } // namespace
 
 CliOutput::CliOutput(const QString &program) : m_program(program) {}
+
+void CliOutput::setStdout(FILE *stream)
+{
+    if (stream != m_stdout)
+        std::fflush(m_stdout);
+    m_stdout = stream;
+    m_buffered = !stdoutIsTerminal();
+}
 
 bool CliOutput::stdoutIsTerminal() const
 {
@@ -24,12 +33,12 @@ bool CliOutput::stdoutIsTerminal() const
 void CliOutput::line(const QString &text)
 {
     if (!m_json)
-        put(m_stdout, text.toUtf8() + '\n');
+        put(m_stdout, text.toUtf8() + '\n', !m_buffered);
 }
 
 void CliOutput::bytes(const QByteArray &data)
 {
-    put(m_stdout, data);
+    put(m_stdout, data, !m_buffered);
 }
 
 void CliOutput::set(const QString &key, const QJsonValue &value)
@@ -52,15 +61,18 @@ void CliOutput::append(const char *key, const QString &text)
 
 void CliOutput::status(const QString &text)
 {
+    flushResults();
     put(stderr, text.toUtf8() + '\n');
 }
 
 void CliOutput::warn(const QString &text)
 {
-    if (m_json)
+    if (m_json) {
         append("warnings", text);
-    else
-        put(stderr, QStringLiteral("%1: %2\n").arg(m_program, text).toUtf8());
+        return;
+    }
+    flushResults();
+    put(stderr, QStringLiteral("%1: %2\n").arg(m_program, text).toUtf8());
 }
 
 int CliOutput::error(int exitCode, const QString &message, const QStringList &details, const QJsonObject &error)
@@ -75,6 +87,7 @@ int CliOutput::error(int exitCode, const QString &message, const QStringList &de
     QString text = QStringLiteral("%1: %2\n").arg(m_program, message);
     for (const QString &d : details)
         text += d + QLatin1Char('\n');
+    flushResults();
     put(stderr, text.toUtf8());
     if (!m_object.contains(QStringLiteral("message")))
         m_object.insert(QStringLiteral("message"), message);

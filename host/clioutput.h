@@ -20,10 +20,15 @@ public:
 
     void setJson(bool on) { m_json = on; }
     bool json() const { return m_json; }
-    // The stream results go to; stdout unless moved.
-    void setStdout(FILE *stream) { m_stdout = stream; }
+    // The stream results go to; stdout unless moved. Moved onto a stream
+    // that is no terminal, results are written in blocks rather than line
+    // by line: a batch reports every input. Anything on standard error, a
+    // stream record and the end flush them first.
+    void setStdout(FILE *stream);
     FILE *stdoutStream() const { return m_stdout; }
     bool stdoutIsTerminal() const;
+    // Before a prompt or other text that should follow the results so far.
+    void flushResults() { std::fflush(m_stdout); }
 
     // A line of results (text output only).
     void line(const QString &text);
@@ -66,6 +71,7 @@ private:
     bool m_holding = false;
     Failure m_held;
     FILE *m_stdout = stdout;
+    bool m_buffered = false;
     QJsonObject m_object;
 };
 

@@ -5,6 +5,8 @@
 #include <QMetaType>
 #include <QVarLengthArray>
 
+#include <cstring>
+
 namespace {
 
 // moc records built-in types by id, so a method declared to give quint64
@@ -17,6 +19,33 @@ bool returnsType(const QMetaMethod &method, const char *typeName)
     return qstrcmp(method.typeName(), typeName) == 0;
 }
 
+// "name(Type1,Type2)" as the caller spelled it, in one allocation: a
+// batch makes a call per input.
+QByteArray spelledSignature(const char *method, const TWArg *args, int count)
+{
+    // The name trimmed as QByteArray::trimmed() does.
+    const auto blank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    const char *begin = method, *end = method + std::strlen(method);
+    while (begin < end && blank(*begin))
+        ++begin;
+    while (end > begin && blank(end[-1]))
+        --end;
+    int size = int(end - begin) + 2 + (count > 0 ? count - 1 : 0);
+    for (int i = 0; i < count; ++i)
+        size += int(std::strlen(args[i].typeName));
+    QByteArray sig;
+    sig.reserve(size);
+    sig.append(begin, int(end - begin));
+    sig += '(';
+    for (int i = 0; i < count; ++i) {
+        if (i > 0)
+            sig += ',';
+        sig += args[i].typeName;
+    }
+    sig += ')';
+    return sig;
+}
+
 } // namespace
 
 QByteArray TWCall::signature(const char *method, std::initializer_list<TWArg> args)
@@ -26,15 +55,7 @@ QByteArray TWCall::signature(const char *method, std::initializer_list<TWArg> ar
 
 QByteArray TWCall::signature(const char *method, const TWArg *args, int count)
 {
-    QByteArray sig = QByteArray(method).trimmed();
-    sig += '(';
-    for (int i = 0; i < count; ++i) {
-        if (i > 0)
-            sig += ',';
-        sig += args[i].typeName;
-    }
-    sig += ')';
-    return QMetaObject::normalizedSignature(sig.constData());
+    return QMetaObject::normalizedSignature(spelledSignature(method, args, count).constData());
 }
 
 bool TWCall::invoke(QObject *target, const char *method, TWArg result, std::initializer_list<TWArg> args)
@@ -48,7 +69,13 @@ bool TWCall::invoke(QObject *target, const char *method, TWArg result, const TWA
         return false;
     // The run-time meta-object, so the most derived class's methods count.
     const QMetaObject *meta = target->metaObject();
-    const int index = meta->indexOfMethod(signature(method, args, count).constData());
+    // Normalizing costs more than the search, and a signature that is found
+    // as it is spelled is already in the form moc stores: this is how Qt's
+    // own invokeMethod looks a method up.
+    const QByteArray spelled = spelledSignature(method, args, count);
+    int index = meta->indexOfMethod(spelled.constData());
+    if (index < 0)
+        index = meta->indexOfMethod(QMetaObject::normalizedSignature(spelled.constData()).constData());
     if (index < 0)
         return false;
     // A slot of another type would be written through the wrong type.

@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QMutexLocker>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -116,6 +117,13 @@ QStringList TWCore::lines(Level level) const
     return out;
 }
 
+int TWCore::count(Level level) const
+{
+    QMutexLocker lock(&m_mutex);
+    return int(std::count_if(m_lines.cbegin(), m_lines.cend(),
+                             [level](const LogLine &line) { return line.level == level; }));
+}
+
 int TWCore::lineCount() const
 {
     QMutexLocker lock(&m_mutex);
@@ -153,6 +161,9 @@ void TWCore::append(Level level, const QString &text)
         m_logFile.write(line);
         m_logFile.flush();
     }
-    if (m_verbose)
+    if (m_verbose) {
+        // Behind the results so far, which may wait in a buffer.
+        std::fflush(nullptr);
         std::fwrite(line.constData(), 1, size_t(line.size()), stderr);
+    }
 }

@@ -52,6 +52,8 @@ public:
 
     QList<LogLine> lines() const;
     QStringList lines(Level level) const;
+    // lines(level).size(), without the copy.
+    int count(Level level) const;
     // Number of lines received since the last clear(), discarded ones too.
     int lineCount() const;
     void clear();

@@ -5,15 +5,19 @@
 #include <QMetaObject>
 #include <QRecursiveMutex>
 #include <QTime>
+#include <QVarLengthArray>
 
 #include <cstdio>
-#include <vector>
+#include <string_view>
+#include <unordered_set>
+
+#include <sys/stat.h>
 
 namespace {
 
 // Parameter types a late-bound call may carry, compared exactly. Every one
 // travels the same way, as one pointer; the table only decides acceptance.
-const char *const kAcceptedTypes[] = {
+constexpr std::string_view kAcceptedTypes[] = {
     "char",         "short",         "int",          "long",         "unsigned char", "unsigned short",
     "unsigned int", "unsigned long", "uchar",        "ushort",       "uint",          "ulong",
     "float",        "double",        "bool",         "qint8",        "qint16",        "qint32",
@@ -27,40 +31,59 @@ const char *const kAcceptedTypes[] = {
 
 bool acceptedType(const QByteArray &name)
 {
-    for (const char *accepted : kAcceptedTypes) {
-        if (name == accepted)
-            return true;
-    }
+    // Looked up by hash: this runs for every parameter of every call, and
+    // the answer does not depend on the order of the table.
+    static const std::unordered_set<std::string_view> accepted(std::begin(kAcceptedTypes), std::end(kAcceptedTypes));
+    if (accepted.count(std::string_view(name.constData(), size_t(name.size()))))
+        return true;
     // Pointers to anything and arrays pass; user value types do not.
     return name.endsWith('*') || name.endsWith(']');
 }
 
+// Whether a method's name is the call's name: its bytes against the
+// characters, with nothing built.
+bool sameName(const QByteArray &method, QStringView name)
+{
+    if (method.size() != name.size())
+        return false;
+    for (int k = 0; k < method.size(); ++k) {
+        if (uchar(method.at(k)) != name.at(k).unicode())
+            return false;
+    }
+    return true;
+}
+
 // Lowest method index whose signature starts with "name(", or -1. A
 // signature is the name, "(" and the parameters, so for a name without "("
-// that is the method whose name is the name: compared on the meta-object's
-// own strings, without building a signature for every method passed.
+// that is the first method whose name is the name: compared on the
+// meta-object's own strings. This runs for every log line.
 int findMethodIndex(const QMetaObject *meta, const QString &methodName)
 {
-    const QString trimmed = methodName.trimmed();
-    if (trimmed.isEmpty())
+    const QStringView name = QStringView(methodName).trimmed();
+    if (name.isEmpty())
         return -1;
-    const QByteArray name = trimmed.toLatin1();
-    const bool plain = !name.contains('(');
-    const QByteArray prefix = name + '(';
-    for (int i = 0; i < meta->methodCount(); ++i) {
-        const QMetaMethod method = meta->method(i);
-        if (plain ? method.name() == name : method.methodSignature().startsWith(prefix))
+    const int count = meta->methodCount();
+    if (name.contains(QLatin1Char('('))) {
+        const QByteArray prefix = name.toLatin1() + '(';
+        for (int i = 0; i < count; ++i) {
+            if (meta->method(i).methodSignature().startsWith(prefix))
+                return i;
+        }
+        return -1;
+    }
+    for (int i = 0; i < count; ++i) {
+        if (sameName(meta->method(i).name(), name))
             return i;
     }
     return -1;
 }
 
 // Appends one line to the trace file, opened and closed for each line.
-void appendTrace(const QDir &dir, QString text)
+void appendTrace(const QByteArray &dirName, QString text)
 {
-    const QString path = dir.path() + QStringLiteral("/quillset_core.log");
+    const QByteArray path = dirName + "/quillset_core.log";
     text += QLatin1Char('\n');
-    FILE *file = std::fopen(QFile::encodeName(path).constData(), "a+");
+    FILE *file = std::fopen(path.constData(), "a+");
     if (!file)
         return;
     std::fprintf(file, "%s: %s", QTime::currentTime().toString(Qt::TextDate).toUtf8().constData(),
@@ -71,7 +94,8 @@ void appendTrace(const QDir &dir, QString text)
 } // namespace
 
 Q_Dispatch::Q_Dispatch(QObject *target, QObject *parent)
-    : QObject(parent), _traceDir(QDir::tempPath() + QStringLiteral("/tarnwick")), _target(target)
+    : QObject(parent), _traceDir(QDir::tempPath() + QStringLiteral("/tarnwick")), _target(target),
+      _traceDirName(QFile::encodeName(_traceDir.path()))
 {
     // A non-empty object name is how the manager tells a proxy from a bare
     // object; nothing else in the library sets one.
@@ -94,9 +118,9 @@ void Q_Dispatch::invokeHelperV(QString methodName, void *result, va_list args)
     // Every log line of the library is one of these calls: the trace
     // directory is looked up once per call rather than once per trace line,
     // and no trace text is built while it is absent.
-    const bool trace = _traceDir.exists();
+    const bool trace = traceOn();
     if (trace)
-        appendTrace(_traceDir, QStringLiteral("methodName=") + methodName);
+        appendTrace(_traceDirName, QStringLiteral("methodName=") + methodName);
     if (!_target)
         return;
 
@@ -104,40 +128,46 @@ void Q_Dispatch::invokeHelperV(QString methodName, void *result, va_list args)
     const int index = findMethodIndex(meta, methodName);
     if (index < 0) {
         if (trace)
-            appendTrace(_traceDir, QStringLiteral("QTCORE____ERROR: findMethodIndex fail!!!cnt"));
+            appendTrace(_traceDirName, QStringLiteral("QTCORE____ERROR: findMethodIndex fail!!!cnt"));
         return;
     }
 
     const QList<QByteArray> types = meta->method(index).parameterTypes();
-    std::vector<void *> argv(size_t(types.size()) + 1, nullptr);
+    QVarLengthArray<void *, 8> argv(types.size() + 1);
     // The count goes in as one character whose code is the count.
     if (trace)
-        appendTrace(_traceDir, QStringLiteral("methodName=") + methodName + QStringLiteral("::paramCount=")
-                                   + QChar(ushort(types.size())));
+        appendTrace(_traceDirName, QStringLiteral("methodName=") + methodName + QStringLiteral("::paramCount=")
+                                       + QChar(ushort(types.size())));
     for (int i = 0; i < types.size(); ++i) {
         if (trace)
-            appendTrace(_traceDir, QStringLiteral("paramTypeName=") + QString::fromLatin1(types.at(i)));
+            appendTrace(_traceDirName, QStringLiteral("paramTypeName=") + QString::fromLatin1(types.at(i)));
         if (!acceptedType(types.at(i))) {
             if (trace)
-                appendTrace(_traceDir, QStringLiteral("参数错误"));
+                appendTrace(_traceDirName, QStringLiteral("参数错误"));
             return;
         }
-        argv[size_t(i) + 1] = va_arg(args, void *);
+        argv[i + 1] = va_arg(args, void *);
     }
     argv[0] = result;
 
     if (trace)
-        appendTrace(_traceDir, QStringLiteral("QMetaObject::metacall call in"));
+        appendTrace(_traceDirName, QStringLiteral("QMetaObject::metacall call in"));
     QMetaObject::metacall(_target, QMetaObject::InvokeMetaMethod, index, argv.data());
     if (trace)
-        appendTrace(_traceDir, QStringLiteral("QMetaObject::metacall call end"));
+        appendTrace(_traceDirName, QStringLiteral("QMetaObject::metacall call end"));
+}
+
+bool Q_Dispatch::traceOn() const
+{
+    // What _traceDir.exists() answers, without Qt's file engine: the
+    // library never creates the directory, its presence switches the trace
+    // on, and it is looked up afresh at every call.
+    struct stat info;
+    return ::stat(_traceDirName.constData(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 void Q_Dispatch::Corelog(QString text)
 {
-    // The library never creates the directory: its presence switches the
-    // trace on.
-    if (!_traceDir.exists())
-        return;
-    appendTrace(_traceDir, text);
+    if (traceOn())
+        appendTrace(_traceDirName, text);
 }

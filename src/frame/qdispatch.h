@@ -1,6 +1,7 @@
 #ifndef TWKEY_QDISPATCH_H
 #define TWKEY_QDISPATCH_H
 
+#include <QByteArray>
 #include <QDir>
 #include <QObject>
 #include <QString>
@@ -29,6 +30,13 @@ protected:
     QObject *_target;
     // Taken around every call when set (the core agent's calls).
     QRecursiveMutex *_lock = nullptr;
+
+private:
+    bool traceOn() const;
+
+    // _traceDir's path as the file system takes it, encoded once: the
+    // directory is looked up at every call.
+    QByteArray _traceDirName;
 };
 
 #endif

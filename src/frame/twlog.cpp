@@ -2,6 +2,9 @@
 
 #include <QRecursiveMutex>
 
+#include <algorithm>
+#include <cstring>
+
 #include "rtc.h"
 #include "twcoreaccess.h"
 #include "twsignaturecoreagent.h"
@@ -13,32 +16,86 @@ bool enabled()
     return getSignatureCore() != nullptr;
 }
 
+namespace {
+
+// "[function:line]" followed by room for a message of `length` characters,
+// written in place into one buffer: this runs for every log line. *rest
+// is where the message goes.
+QString framed(const char *function, int line, int length, QChar **rest)
+{
+    char digits[16];
+    char *number = digits + sizeof digits;
+    unsigned int value = line < 0 ? 0u - unsigned(line) : unsigned(line);
+    do {
+        *--number = char('0' + value % 10);
+        value /= 10;
+    } while (value);
+    if (line < 0)
+        *--number = '-';
+    const int numberLength = int(digits + sizeof digits - number);
+    const int nameLength = int(std::strlen(function));
+    QString text(nameLength + numberLength + length + 3, Qt::Uninitialized);
+    QChar *out = text.data();
+    *out++ = QLatin1Char('[');
+    out = std::transform(function, function + nameLength, out, [](char c) { return QLatin1Char(c); });
+    *out++ = QLatin1Char(':');
+    out = std::transform(number, number + numberLength, out, [](char c) { return QLatin1Char(c); });
+    *out++ = QLatin1Char(']');
+    *rest = out;
+    return text;
+}
+
+template <typename Text>
+void send(void (TWSignatureCoreAgent::*to)(QString), const char *function, int lineNo, const Text &message)
+{
+    if (TWSignatureCoreAgent *core = getSignatureCore())
+        (core->*to)(line(function, lineNo, message));
+}
+
+} // namespace
+
 QString line(const char *function, int line, const QString &message)
 {
-    // "[function:line]message" in one buffer: this runs for every log line.
-    const QByteArray number = QByteArray::number(line);
-    const QLatin1String name(function);
-    QString text;
-    text.reserve(name.size() + number.size() + message.size() + 3);
-    text += QLatin1Char('[');
-    text += name;
-    text += QLatin1Char(':');
-    text += QLatin1String(number);
-    text += QLatin1Char(']');
-    text += message;
+    QChar *rest = nullptr;
+    QString text = framed(function, line, message.size(), &rest);
+    std::copy(message.constData(), message.constData() + message.size(), rest);
+    return text;
+}
+
+QString line(const char *function, int line, const char *message)
+{
+    // ASCII, as fixed texts are, reads the same in every encoding; any
+    // other text is decoded as UTF-8 first.
+    const char *end = message;
+    bool ascii = true;
+    for (; *end; ++end)
+        ascii = ascii && uchar(*end) < 0x80;
+    if (!ascii)
+        return twlog::line(function, line, QString::fromUtf8(message));
+    QChar *rest = nullptr;
+    QString text = framed(function, line, int(end - message), &rest);
+    std::transform(message, end, rest, [](char c) { return QLatin1Char(c); });
     return text;
 }
 
 void debug(const char *function, int lineNo, const QString &message)
 {
-    if (TWSignatureCoreAgent *core = getSignatureCore())
-        core->logDebug(line(function, lineNo, message));
+    send(&TWSignatureCoreAgent::logDebug, function, lineNo, message);
 }
 
 void error(const char *function, int lineNo, const QString &message)
 {
-    if (TWSignatureCoreAgent *core = getSignatureCore())
-        core->logError(line(function, lineNo, message));
+    send(&TWSignatureCoreAgent::logError, function, lineNo, message);
+}
+
+void debug(const char *function, int lineNo, const char *message)
+{
+    send(&TWSignatureCoreAgent::logDebug, function, lineNo, message);
+}
+
+void error(const char *function, int lineNo, const char *message)
+{
+    send(&TWSignatureCoreAgent::logError, function, lineNo, message);
 }
 
 void entryDebug(const char *function, int lineNo, const QString &message)

@@ -11,8 +11,12 @@ namespace twlog {
 bool enabled();
 void debug(const char *function, int line, const QString &message);
 void error(const char *function, int line, const QString &message);
+// A fixed text (UTF-8), put into the line without a string of its own.
+void debug(const char *function, int line, const char *message);
+void error(const char *function, int line, const char *message);
 void entryDebug(const char *function, int line, const QString &message);
 QString line(const char *function, int line, const QString &message);
+QString line(const char *function, int line, const char *message);
 // A text as it stands to the core's debug log; safe from any thread.
 void forward(const QString &text);
 } // namespace twlog

@@ -1,5 +1,14 @@
 #include "twftokenapi.h"
 
+#include <cstring>
+
+namespace {
+
+// What every text that reword() changes holds.
+const char kSkfWord[] = "SKF";
+
+} // namespace
+
 TwfTokenApi::TwfTokenApi(KeyDriverTWF *driver) : d(driver) {}
 
 bool TwfTokenApi::bound() const
@@ -29,10 +38,15 @@ QString TwfTokenApi::reword(const QString &text) const
 {
     // The texts name the native functions; the seal texts (ESP_, pEPS_)
     // stay as they are.
-    if (!text.contains(QLatin1String("SKF")))
+    if (!text.contains(QLatin1String(kSkfWord)))
         return text;
     QString native = text;
     native.replace(QLatin1String("SKF_"), QLatin1String("TWF_"));
     native.replace(QLatin1String("KeyObjectSKF"), QLatin1String("KeyObjectTWF"));
     return native;
+}
+
+bool TwfTokenApi::rewords(const char *text) const
+{
+    return std::strstr(text, kSkfWord) != nullptr;
 }

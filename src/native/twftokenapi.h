@@ -16,6 +16,7 @@ public:
     bool scoped() const override;
     bool handleUsable(HANDLE handle) const override;
     QString reword(const QString &text) const override;
+    bool rewords(const char *text) const override;
     bool bound() const override;
     bool has(Optional function) const override;
 

@@ -175,6 +175,17 @@ public:
     // Writes one log line (an error line when `error`) under the caller's
     // location, in the adapter's words.
     void say(const char *function, int line, const QString &text, bool error = false) const;
+    // The same for a fixed text, which goes into the line as it stands
+    // unless the adapter rewords it: most lines are such texts.
+    void say(const char *function, int line, const char *text, bool error = false) const
+    {
+        if (m_api->rewords(text))
+            say(function, line, QString::fromUtf8(text), error);
+        else if (error)
+            twlog::error(function, line, text);
+        else
+            twlog::debug(function, line, text);
+    }
 
 protected:
     // A fixed text in the adapter's words.

@@ -14,7 +14,7 @@ bool SkfCall::refused(const char *function, int line, std::initializer_list<SkfG
             continue;
         m_key->setLastError(int(guard.code));
         if (guard.text && twlog::enabled())
-            m_key->say(function, line, QString::fromUtf8(guard.text));
+            m_key->say(function, line, guard.text);
         return true;
     }
     return false;

@@ -31,8 +31,9 @@ public:
     // library needs beside it.
     virtual bool handleUsable(HANDLE handle) const { return handle != nullptr; }
     // A fixed text of the session (a log line, a failure text) in the
-    // library's own words.
+    // library's own words, and whether reword() changes a text at all.
     virtual QString reword(const QString &text) const { return text; }
+    virtual bool rewords(const char * /*text*/) const { return false; }
 
     // What the " end . app is null" guard tests.
     bool ready() const { return scoped() && bound(); }

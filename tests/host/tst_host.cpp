@@ -222,6 +222,8 @@ private slots:
         QCOMPARE(blob, QByteArray(32, '\0') + compact.left(32) + QByteArray(32, '\0') + compact.mid(32)); // r, s right-aligned
         QCOMPARE(BlobConverter::signatureBlobToCompact(blob), compact);
         QCOMPARE(BlobConverter::derToCompact(der), compact);
+        for (const QByteArray &c : {QByteArray(32, '\x90') + QByteArray(2, '\0') + QByteArray(30, '\x7f'), QByteArray(2, '\0') + '\x90' + QByteArray(61, '\0')})
+            QCOMPARE(BlobConverter::derToCompact(BlobConverter::compactToDer(c)), c); // openssl reads the smallest DER only
         for (const QByteArray &r : {BlobConverter::derToCompact(der + '\0'), BlobConverter::derToCompact("not a signature"),
                                     BlobConverter::compactToDer(compact.left(63)), BlobConverter::signatureBlobToCompact(blob.left(127))})
             QVERIFY(r.isEmpty());

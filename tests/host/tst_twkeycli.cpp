@@ -166,6 +166,8 @@ private slots:
         row("twkey sign --container sm2new --pin 12345678 --format der --stop-on-error {D}/msg.txt {D}/plain.txt {D}/none.txt {D}/blob.bin", "", 1,
             {"~^signed +\\S+msg.txt \\(\\S+msg.txt.sig\\)\nsigned +\\S+plain.txt .*\nFAILED +\\S+none.txt: cannot read .*\nskipped +\\S+blob.bin\n$",
              "!twkey: 2 of 4 signed, 1 failed, 1 not tried"});
+        row("bash -s", "{BIN}/twkey sign --container sm2new --pin 12345678 --format der {D}/msg.txt {D}/none.txt 2>&1", 1, // results ahead of the summary
+            {"~^signed +\\S+msg.txt \\(.*\nFAILED +\\S+none.txt: cannot read .*\ntwkey: 1 of 2 signed, 1 failed\n$"});
         row("twkey sign --container rsanew --pin-fd 0 --out-dir {D}/sigs --list -", "12345678\n{D}/msg.txt\n{D}/plain.txt\n{D}/blob.bin\n", 0, {"!3 of 3 signed\n"});
         row("bash -s", "cd {D} && for f in msg plain; do openssl dgst -sm3 -sigopt distid:1234567812345678 -verify pub.pem -signature $f.txt.sig $f.txt"
             " && openssl dgst -sha256 -verify rsa.pem -signature sigs/$f.txt.sig $f.txt || exit 1; done", 0, {});
@@ -179,6 +181,7 @@ private slots:
             " echo 2 > fifo; wait $!)", 1, {"~^signed .*\nFAILED +fifo: the key did not sign \\(error 0x0A000001 SAR_FAIL: .*\nsigned +blob.bin .*\n$"});
         row("twkey digest --alg sha1 --format hex --out -", "abc", 0, {"=a9993e364706816aba3e25717850c26c9cd0d89d\n"});
         row("twkey digest --alg sha256 --format hex", "abc", 0, {"=ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\n"});
+        row("twkey digest --alg sha1 --format hex --out {D}/rsa.sig", "abc", 0, {"@{D}/rsa.sig#41"}); // a longer file cut
         row("twkey digest --alg sm3 --format hex", "abc", 0, {"=66c7f0f462eeedd9d1f2d46bdc10e4e24167c4875cf2f7a2297da02b8f4ba8e0\n"});
         row("twkey digest --alg sm3 --container main --format hex", "abc", 0, {"~^(?!66c7f0f4)[0-9a-f]{64}\n$"}); // Z hashed ahead
         row("twkey digest --alg md5", "abc", 2, {});
