@@ -9,6 +9,7 @@
 #include "frame/rtc.h"
 #include "isolatedtest.h"
 #include "kdpfixture.h"
+#include "logcheck.h"
 #include "native/keydrivertwf.h"
 #include "package/keydriverpackage.h"
 #include "session/keyobject.h"
@@ -88,7 +89,9 @@ private slots:
         Qt::HANDLE sessionKey = nullptr;
         TWPtr out{"Qt::HANDLE*", &sessionKey};
         QCOMPARE(host.call<QByteArray>(key, "eccExportSessionKey", c, quint64(SGD_SM4_ECB), pub, out), QByteArray());
-        QCOMPARE(host.lastError(), 0x0A000003u);    }
+        QCOMPARE(host.lastError(), 0x0A000003u);
+    }
+
     // After unload two functions stay bound, all others are null.
     void unloadKeepsTwo()
     {
@@ -97,17 +100,26 @@ private slots:
         const QString dir = kdp.addPackage(QStringLiteral("n"), native(), QStringLiteral(SOFTTOKEN_NATIVE));
         KeyDriverPackage package(dir);
         QVERIFY(package.open());
-        KeyDriverTWF driver(&package, dir + QStringLiteral("/libTWKeyDriver"));
+        TWCore core;
+        ComponentInit(&core);
+        auto owned = std::make_unique<KeyDriverTWF>(&package, dir + QStringLiteral("/libTWKeyDriver"));
+        KeyDriverTWF &driver = *owned;
         QVERIFY(!driver.openKeyWithoutEnumDev(0));
         QVERIFY(driver.load());
         QCOMPARE(driver.enumDev(), QStringList{QStringLiteral("tok")});
         driver.unload();
         QStringList set;
-    #define TW_SET_ROW(name, required)                                                                                     \
+#define TW_SET_ROW(name, required)                                                                                     \
         if (driver.p##name)                                                                                                \
             set << QStringLiteral(#name);
         TWF_FUNCTION_ROWS(TW_SET_ROW)
-        QCOMPARE(set, (QStringList{QStringLiteral("TWF_IsConnectDev"), QStringLiteral("TWF_GetSerialNumberByDevName")}));    }
+        QCOMPARE(set, (QStringList{QStringLiteral("TWF_IsConnectDev"), QStringLiteral("TWF_GetSerialNumberByDevName")}));
+        core.clear();
+        owned.reset(); // and so once more
+        TW_VERIFY_LOG(core, (QStringList{"~KeyDriverTWF| start", ">unload| end", ">~KeyDriverTWF| end"}));
+        ComponentDestroy();
+    }
+
     // Whatever thread the library logs from, its lines reach the core's debug
     // log, while the host's thread logs too.
     void logFromTheLibrarysThread()
@@ -134,7 +146,9 @@ private slots:
         QCOMPARE(host.logCount(QRegularExpression(QStringLiteral("^\\[count:\\d+\\] devList count: 1 $"))), 100);
         ComponentDestroy();
         TWF_LogCallBack(0, text);
-        QCOMPARE(host.logCount(QRegularExpression(QStringLiteral("^from a library thread$"))), 500);    }
+        QCOMPARE(host.logCount(QRegularExpression(QStringLiteral("^from a library thread$"))), 500);
+    }
+
     // A pulled token's session stays open and fails call by call; back under
     // another device name, it is found by its serial number.
     void reinsertedUnderAnotherName()
@@ -162,7 +176,9 @@ private slots:
         QCOMPARE(host.count(), 1);
         QCOMPARE(host.open(0), key);
         QCOMPARE(qobject_cast<KeyObject *>(key)->devName(), QStringLiteral("tokA"));
-        QVERIFY(host.call<bool>(key, "verifyPin", QString("12345678"), false));    }
+        QVERIFY(host.call<bool>(key, "verifyPin", QString("12345678"), false));
+    }
+
     // Both faces of one store: each token once, index 0 to the first package.
     void bothFacesOverOneStore()
     {
@@ -177,7 +193,8 @@ private slots:
         QCOMPARE(host.count(), 2);
         QObject *key = host.open(0);
         QVERIFY(key);
-        QCOMPARE(host.call<int>(key, "getDriverType"), 1);    }
+        QCOMPARE(host.call<int>(key, "getDriverType"), 1);
+    }
 
 private:
     TwDeviceGuard m_guard;

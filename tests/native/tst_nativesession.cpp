@@ -166,7 +166,9 @@ private slots:
                 .is("[0]").err(SAR_FAIL).log({errorLine(" TWF_GetFileInfo failed,ret = %d", SAR_FAIL)}),
             Row("read: the read fails").loose().token(file("f1", "abc")).second("SKF_ReadFile", SAR_FAIL).call("readFile", {"f1"})
                 .is("[0]").err(SAR_FAIL).log({errorLine(" TWF_ReadFile failed,ret = %d", SAR_FAIL)}),
-        });    }
+        });
+    }
+
     // The openssl library checks what the token signed on its native face.
     void signaturesCheckedByOpenssl()
     {
@@ -193,7 +195,8 @@ private slots:
         // Still open after close; the one class whose closing closes nothing.
         host.callVoid(key, "close");
         auto *session = qobject_cast<KeyObject *>(key);
-        QVERIFY(session->isOpen() && session->closeV1() && session->isOpen());    }
+        QVERIFY(session->isOpen() && session->closeV1() && session->isOpen());
+    }
 };
 
 TW_TEST_MAIN_ISOLATED(TestNativeSession)

@@ -226,6 +226,8 @@ private slots:
             << false << "" << QStringList{"open| unpack refused: entry \"f\" made twice"} << QStringList{"!tw"};
         QTest::newRow("a folder entry on a file") << QStringList{"fo.kdp!config.xml={CFG}", "fo.kdp!d=1", "fo.kdp!d/="} << "fo.kdp"
             << false << "" << QStringList{"open| unpack refused: folder \"d/\" stands on a link or a file"} << QStringList{"!fo"};
+        QTest::newRow("a folder entry naming the top") << QStringList{"td.kdp!config.xml={CFG}", "td.kdp!./="} << "td.kdp" << false
+            << "" << QStringList{"open| unpack refused: entry \"./\" leads out"} << QStringList{"!td"};
         QTest::newRow("link to an absolute path") << QStringList{"al.kdp!config.xml={CFG}", "al.kdp!l->/etc"} << "al.kdp" << false
             << "" << QStringList{"open| unpack refused: link \"l\" refused"} << QStringList{"!al"};
         QTest::newRow("link leading out after all") << QStringList{"out.kdp!config.xml={CFG}", "out.kdp!a->.", "out.kdp!b->a/.."}
@@ -327,6 +329,8 @@ private slots:
         for (const auto &r : refused)
             QTest::newRow(qPrintable(r.first)) << v.arg("2.0", "<protocol>SKF</protocol><argument>lib.so</argument>") << r.first
                                                << false << 1 << QStringList{"!load|end. error msg {ROOT}/p/lib.so: " + r.second};
+        QTest::newRow("named without its suffix") << v.arg("2.0", "<protocol>SKF</protocol><argument>lib</argument>") << "cut:20"
+                                                 << false << 1 << QStringList{"!load|end. error msg {ROOT}/p/lib.so: ELF header cut short"};
         QTest::newRow("not a shared object") << v.arg("2.0", "<protocol>SKF</protocol><argument>lib.so</argument>")
                                              << "text" << false << 1
                                              << QStringList{"!load|end. error msg {ROOT}/p/lib.so: ELF header cut short", ">!open| kdp load fail"};

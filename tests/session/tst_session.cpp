@@ -120,7 +120,9 @@ private slots:
                 .calls({R"(SKF_ConnectDev("d*", ->h*) = 0x00000000)", "..."}).state("SN-N").loose(),
             Row("probed token without device information").token(serial("SN-H")).open({"open"}).aged().fault("SKF_GetDevInfo", SAR_FAIL)
                 .call("open").is("true").log({"devtemp.SerialNumber = , strSerialNumber = SN-H"}).out({"SN-H"}),
-        });    }
+        });
+    }
+
     void identity()
     {
         Conformance suite;
@@ -152,7 +154,9 @@ private slots:
             Row("the driver's type").call("getDriverType").is("1").calls({}).log({"[getDriverType] start", "[getDriverType] end"}),
             Row("the package's folder").reuse().call("getDriverPath").is("\"*/kdp/traced\"").log({"[getDriverPath] start"}),
             Row("the last error is the core's").reuse().call("lastError").is("305419896").calls({}),
-        });    }
+        });
+    }
+
     // A package that keeps 8 characters of a serial number.
     void limitedSerial()
     {
@@ -165,7 +169,9 @@ private slots:
                 .state("SN20CHAR"),
             Row("serial cut to eight").token(::identity).call("serialNumber").is("\"SN20CHAR\""),
             Row("whole serial").reuse().call("serialNumberEx").is("\"SN20CHARSERIAL000001\""),
-        });    }
+        });
+    }
+
     // A package whose limit is 0: whole serials. It names "yes" for a PIN
     // before files, which is not "true".
     void wholeSerial()
@@ -178,7 +184,9 @@ private slots:
         suite.run({
             Row("serial whole").token(::identity).call("serialNumber").is("\"SN20CHARSERIAL000001\""),
             Row("no PIN before files").reuse().call("createFileByVerifyPin").is("false").log({" CreateFileByVerifyPin: yes"}),
-        });    }
+        });
+    }
+
     // PrintError's words for every code, as the library's failure shows them.
     void words()
     {
@@ -207,7 +215,9 @@ private slots:
                         .fault("SKF_VerifyPIN", w.first).call("verifyPin", {kUser, false}).is("false").err(w.first)
                         .out(w.second.isEmpty() ? QStringList() : QStringList{printed(w.second)});
         Conformance suite;
-        suite.run(rows);    }
+        suite.run(rows);
+    }
+
     // A library without the optional EPS_ functions: each seal operation fails
     // on its own, after its other guards.
     void withoutSeal()
@@ -224,7 +234,9 @@ private slots:
                 .err(SAR_INVALIDHANDLEERR).log({" end. container = null"}),
             Row("import").before("openContainer", {"c1"}, "c").call("epsImportSymmKey", {ref("c"), 1, bin("k"), 1})
                 .is("false").err(SAR_INVALIDHANDLEERR).calls({}).log({" end . pEPS_ImportSymmKey is null"}),
-        });    }
+        });
+    }
+
     // A session made with a parent that is no driver has no function table.
     void withoutDriver()
     {
@@ -244,7 +256,9 @@ private slots:
                 .then("serialNumber", {}, "\"\"").then("GetHWVersion", {}, "\"0.0\"").then("isNeedEnumFile", {}, "false"),
             Row("nor ready").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({}),
             Row("no driver information").call("getDriverType").is("0").then("getDriverPath", {}, "\"\""),
-        });    }
+        });
+    }
+
     // A device-state file that is no small plain file, at a new session's open:
     // a FIFO is not waited on, a link's target is not written, a huge file is
     // not read whole.
@@ -269,7 +283,8 @@ private slots:
             QFile back(target);
             QVERIFY(kind != "link" || (QFileInfo(path).isSymLink() && back.open(QIODevice::ReadOnly) && back.readAll() == "keep"));
             QVERIFY2(after.ru_maxrss - before.ru_maxrss < 64 << 10, qPrintable(kind));
-        }    }
+        }
+    }
 };
 
 TW_TEST_MAIN_ISOLATED(TestSession)

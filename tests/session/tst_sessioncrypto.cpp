@@ -186,7 +186,9 @@ private slots:
                 .err(SAR_INDATALENERR),
             closed("public key without device").call("exportPublicKey", {nullHandle(), true}).is("[0]")
                 .err(SAR_USER_NOT_LOGGED_IN).log({"[exportPublicKey] end . dev is null"}),
-        });    }
+        });
+    }
+
     void ecc()
     {
         Conformance suite;
@@ -318,7 +320,9 @@ private slots:
                 .is("[0]").err(SAR_INVALIDHANDLEERR),
             closed("session key without device").loose().call("eccExportSessionKey", {nullHandle(), 1, bin("k"), outHandle("k")})
                 .is("[0]").err(SAR_USER_NOT_LOGGED_IN).log({" end . dev is null"}),
-        });    }
+        });
+    }
+
     void digest()
     {
         const QStringList sm3abc = {"SKF_Digest(h1, [3]616263, 3, null, 0->32) = 0x00000000",
@@ -385,7 +389,9 @@ private slots:
                 .call("closeHandle", {ref("h")}).calls({"SKF_CloseHandle(h1) = 0x0A000001"}).log({"-!*"}),
             Row("null is not given back").call("closeHandle", {nullHandle()}).calls({})
                 .log({" end. keyDriver = null or handle = null"}),
-        });    }
+        });
+    }
+
     void ciphers()
     {
         Conformance suite;
@@ -455,7 +461,9 @@ private slots:
             Row("decrypt with null").call("decrypt", {nullHandle(), bin("x"), 1}).is("[0]").err(SAR_INVALIDHANDLEERR).calls({}),
             keyed("decrypt nothing").call("decrypt", {ref("k"), bin(""), 0}).is("[0]").err(SAR_INDATALENERR).calls({})
                 .log({" end. data is empty"}),
-        });    }
+        });
+    }
+
     void seal()
     {
         const auto sealed = [](DeviceData &d) { d.apps[0].sealData = "SEAL"; };
@@ -506,7 +514,8 @@ private slots:
                 .err(SAR_INVALIDHANDLEERR).calls({}).log({" end. container = null"}),
             closed("import without application").call("epsImportSymmKey", {nullHandle(), 3, bin("key"), 3}).is("false")
                 .err(SAR_USER_NOT_LOGGED_IN),
-        });    }
+        });
+    }
 };
 
 TW_TEST_MAIN_ISOLATED(TestSessionCrypto)

@@ -116,7 +116,9 @@ private slots:
                 .is("0").err(SAR_DEVICE_REMOVED).calls(QStringList{"SKF_GetPINInfo(h1, *) = 0x0A000023"} + closing(1, 2)),
             closed("PIN info without application").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({})
                 .log({"[GetPINInfo] end . app is null"}),
-        });    }
+        });
+    }
+
     // A package that keeps an administrator PIN of its own: 88888888.
     void packageAdminPin()
     {
@@ -150,7 +152,9 @@ private slots:
                 .out({printed("密码错误")}).then("enumFiles", {}, "{}").then("enumContainer", {}, R"({"c1","r1"})"),
             Row("format: the change fails").fault("SKF_ChangePIN", SAR_FAIL).call("formatKey").is("false").err(SAR_FAIL)
                 .log({" end. change Admin PIN fail"}).out({printed("密码错误")}),
-        });    }
+        });
+    }
+
     void format()
     {
         Conformance suite;
@@ -177,7 +181,8 @@ private slots:
                 .then("enumFiles", {}, "{}"),
             closed("format without application").call("formatKey").is("false").err(SAR_USER_NOT_LOGGED_IN).calls({})
                 .log({"[formatKey] end . app is null"}),
-        });    }
+        });
+    }
 };
 
 TW_TEST_MAIN_ISOLATED(TestSessionPins)

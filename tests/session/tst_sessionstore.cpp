@@ -131,7 +131,9 @@ private slots:
 
             Row("the package does not ask for a PIN").call("createFileByVerifyPin").is("false").calls({})
                 .log({" CreateFileByVerifyPin: "}),
-        });    }
+        });
+    }
+
     // A package named CFCA in other letters, which also asks for a PIN before
     // files are made.
     void cfcaPackage()
@@ -149,7 +151,9 @@ private slots:
                 .calls(QStringList{kNoFile, "SKF_CreateFile(* = 0x0A000023"} + closing(1, 2))
                 .log({errorLine(" SKF_CreateFile failed,ret = %d", SAR_DEVICE_REMOVED)}),
             Row("the package asks for a PIN").call("createFileByVerifyPin").is("true").log({" CreateFileByVerifyPin: TrUe"}),
-        });    }
+        });
+    }
+
     void containers()
     {
         const QStringList enumC1R1 = {"SKF_EnumContainer(h1, null, 0->7) = 0x00000000",
@@ -271,7 +275,8 @@ private slots:
                 .fault("SKF_GetPINInfo", SAR_DEVICE_REMOVED).before("GetPINInfo", {1, 1})
                 .call("exportAllCertificate", {true}).is("{}").err(SAR_USER_NOT_LOGGED_IN).calls({})
                 .log({"[exportAllCertificate] end . app is null"}),
-        });    }
+        });
+    }
 };
 
 TW_TEST_MAIN_ISOLATED(TestSessionStore)

@@ -208,7 +208,9 @@ private slots:
                 .before("exportPublicKey", {ref("c"), true}, "pk")
                 .call("eccExportSessionKey", {ref("c"), SGD_SM4_ECB, ref("pk"), outHandle("k")})
                 .log({"[eccExportSessionKey] start", "-! pstEccCipherBlob*"}),
-        });    }
+        });
+    }
+
     // The application list is the class's own, reached here directly; the
     // session opens the first name.
     void wgApplicationNames()
@@ -220,7 +222,9 @@ private slots:
             suite.run({Row(c.first.join('|')).token([&c](DeviceData &d) { apps(d, c.first); }).call("labelName")
                            .then("GetPINInfo", {1, 1}, "6")});
             QCOMPARE(wg.made->enumApplication(), c.second);
-        }    }
+        }
+    }
+
     void lm()
     {
         Variant<KeyObjectLmSKF> lm;
@@ -299,7 +303,9 @@ private slots:
                 .calls({"...", R"(SKF_DeleteFile(h1, "99") = 0x0A000031)"}),
             Row("formatKey deletes through the map").loose().token(objects).call("formatKey").err(SAR_PIN_INCORRECT)
                 .calls({"...", R"(SKF_DeleteFile(h1, "PUBOBJ9") = 0x00000000)", "..."}),
-        });    }
+        });
+    }
+
     // The one package family whose failed create means a full store: not so
     // here, for either class.
     void cfcaPackage()
@@ -309,7 +315,9 @@ private slots:
         Variant<KeyObjectWgSKF> wg;
         Conformance suite(wg.options(config));
         suite.run({Row("create failure as it is").loose().fault("SKF_CreateFile", SAR_FAIL).call("writeFileV1", {"f1", bin("abc")})
-                       .is("false").err(SAR_FAIL).log({errorLine(" SKF_CreateFile failed,ret = %d", SAR_FAIL)})});    }
+                       .is("false").err(SAR_FAIL).log({errorLine(" SKF_CreateFile failed,ret = %d", SAR_FAIL)})});
+    }
+
     // Each class has KeyObjectSKF's method table as its own, behind KeyObject's.
     void methodTables()
     {
@@ -322,7 +330,8 @@ private slots:
         for (const QMetaObject *meta : {&KeyObjectWgSKF::staticMetaObject, &KeyObjectLmSKF::staticMetaObject}) {
             QCOMPARE(meta->superClass(), &KeyObject::staticMetaObject);
             QCOMPARE(forms(*meta), forms(KeyObjectSKF::staticMetaObject));
-        }    }
+        }
+    }
 };
 
 TW_TEST_MAIN_ISOLATED(TestVariants)
