@@ -21,11 +21,17 @@ const QString kConfig = QStringLiteral("<driver version=\"2.0\"><name>Fam</name>
                                        "<argument>libtoken.so</argument></driver>");
 
 // Files under root, "path=content", "path->link target", and zip entries
-// "archive.kdp!entry=content" or "archive.kdp!entry->target".
+// "archive.kdp!entry=content" or "archive.kdp!entry->target"; "archive.kdp~"
+// breaks the archive's second central-directory entry.
 bool make(const QString &root, const QStringList &files)
 {
     QMap<QString, QList<QStringList>> zips;
+    QStringList broken;
     for (QString f : files) {
+        if (f.endsWith(QLatin1Char('~'))) {
+            broken << root + QLatin1Char('/') + f.chopped(1);
+            continue;
+        }
         f.replace(QStringLiteral("{CFG}"), kConfig).replace(QStringLiteral("{ROOT}"), root)
             .replace(QStringLiteral("{1MB}"), QString(1 << 20, QLatin1Char('0')));
         const int arrow = f.indexOf(QStringLiteral("->")), eq = f.indexOf(QLatin1Char('='));
@@ -59,6 +65,13 @@ bool make(const QString &root, const QStringList &files)
                 return false;
             entry.write(e.at(1).toLatin1());
         }
+    }
+    for (const QString &path : broken) {
+        QFile zip(path);
+        QByteArray bytes = zip.open(QIODevice::ReadWrite) ? zip.readAll() : QByteArray();
+        const int second = bytes.indexOf("PK\x01\x02", bytes.indexOf("PK\x01\x02") + 1);
+        if (second < 0 || !zip.seek(second + 3) || !zip.putChar('\x09'))
+            return false;
     }
     return true;
 }
@@ -228,6 +241,8 @@ private slots:
             << false << "" << QStringList{"open| unpack refused: folder \"d/\" stands on a link or a file"} << QStringList{"!fo"};
         QTest::newRow("a folder entry naming the top") << QStringList{"td.kdp!config.xml={CFG}", "td.kdp!./="} << "td.kdp" << false
             << "" << QStringList{"open| unpack refused: entry \"./\" leads out"} << QStringList{"!td"};
+        QTest::newRow("a damaged central directory") << QStringList{"dz.kdp!config.xml={CFG}", "dz.kdp!f=1", "dz.kdp~"} << "dz.kdp"
+            << false << "" << QStringList{"open| unpack refused: damaged archive"} << QStringList{"!dz"};
         QTest::newRow("link to an absolute path") << QStringList{"al.kdp!config.xml={CFG}", "al.kdp!l->/etc"} << "al.kdp" << false
             << "" << QStringList{"open| unpack refused: link \"l\" refused"} << QStringList{"!al"};
         QTest::newRow("link leading out after all") << QStringList{"out.kdp!config.xml={CFG}", "out.kdp!a->.", "out.kdp!b->a/.."}
@@ -329,6 +344,8 @@ private slots:
         for (const auto &r : refused)
             QTest::newRow(qPrintable(r.first)) << v.arg("2.0", "<protocol>SKF</protocol><argument>lib.so</argument>") << r.first
                                                << false << 1 << QStringList{"!load|end. error msg {ROOT}/p/lib.so: " + r.second};
+        QTest::newRow("named without its prefix") << v.arg("2.0", "<protocol>SKF</protocol><argument>.so</argument>") << "cut:20"
+                                                 << false << 1 << QStringList{"!load|end. error msg {ROOT}/p/lib.so: ELF header cut short"};
         QTest::newRow("named without its suffix") << v.arg("2.0", "<protocol>SKF</protocol><argument>lib</argument>") << "cut:20"
                                                  << false << 1 << QStringList{"!load|end. error msg {ROOT}/p/lib.so: ELF header cut short"};
         QTest::newRow("not a shared object") << v.arg("2.0", "<protocol>SKF</protocol><argument>lib.so</argument>")
