@@ -74,21 +74,16 @@ public:
     explicit Row(const QString &tag) : m_tag(tag) {}
 
     Row &token(std::function<void(DeviceData &)> edit) { m_token = std::move(edit); return *this; }
-    // Done to the token just before the next before(), else before the call.
     Row &fault(const QString &function, quint32 code, int times = 1);
     Row &lie(const QString &function, qint32 delta, int times = 1, int skip = 0);
-    // The function's second call fails with the code (the first passes).
     Row &second(const QString &function, quint32 code);
     Row &pull() { m_pending.pull = true; return *this; }
     Row &change(std::function<void(DeviceData &)> edit) { m_pending.change = std::move(edit); return *this; }
     Row &before(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
     Row &call(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
-    // After the call: another by-name call whose shown result must match.
     Row &then(const QString &method, const QList<Val> &args, const QString &glob);
     Row &is(const QString &glob) { m_result = glob; m_checkResult = true; return *this; }
-    // The device-state file after the call ("" when there is none).
     Row &state(const QString &glob) { m_state = glob; m_checkState = true; return *this; }
-    // The device-state file just before the call (a null array: none).
     Row &stateBefore(const QByteArray &content) { m_stateBefore = content; m_setStateBefore = true; return *this; }
     Row &err(quint32 code) { m_err = code; return *this; }
     Row &calls(const QStringList &lines) { m_calls = lines; m_checkCalls = true; return *this; }
@@ -96,8 +91,6 @@ public:
     Row &out(const QStringList &lines) { m_out = lines; return *this; }
     Row &aged() { m_aged = true; return *this; }
     Row &reuse() { m_reuse = true; return *this; }
-    // Lets the functions named leave out their end line on the row's path
-    // (as some failure paths do); loose() lifts the check altogether.
     Row &open(const QStringList &functions) { m_open = functions; return *this; }
     Row &loose() { m_loose = true; return *this; }
 
@@ -160,8 +153,6 @@ public:
     // The package folder that names the traced library: a session made by
     // its constructor needs a KeyDriverPackage and a driver of it.
     QString packagePath() const;
-    // The standard token: application TW_APP (PINs 88888888 / 12345678),
-    // containers c1 (SM2, with certificates) and r1 (RSA 1024), no files.
     const DeviceData &standardToken() const;
     // The default session maker: count() on the manager, then open() of
     // the device's index.

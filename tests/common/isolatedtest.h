@@ -1,9 +1,5 @@
-// Runs each test function of a QtTest class in a process of its own, for
-// scenarios that need a fresh library (one key manager per process):
-//   TW_TEST_MAIN_ISOLATED(TestScan)
-// With function names on the command line it is a plain QtTest run (what
-// ctest does through tw_add_isolated_tests); without, it starts itself once
-// per test function and fails if any of them fails.
+// TW_TEST_MAIN_ISOLATED(TestClass): each test function in a process of its
+// own (one key manager per process); see docs/tests.md.
 #ifndef TWTEST_ISOLATEDTEST_H
 #define TWTEST_ISOLATEDTEST_H
 

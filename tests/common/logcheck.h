@@ -1,13 +1,5 @@
-// Log expectations as data. The core keeps lines "[function:line]message";
-// an expectation names function and message with the line number left open:
-//
-//   "open| end. kdpPath is empty"       a debug line, at least once
-//   "!load|end. error msg *"            an error line; * matches any text
-//   "loadKDP| end. contained.|0"        exactly that many lines (0: none)
-//   ">unloadKDPs| end"                  found after the line expected before
-//   "?*|*libTWKeyDriver*"               any level; a function * is any function
-//
-//   QVERIFY2(LogCheck::unmet(core, wants).isEmpty(), ...) or TW_VERIFY_LOG(core, wants)
+// Log expectations as data, "function|message[|count]" with the source line
+// left open (the forms: docs/tests.md); TW_VERIFY_LOG(core, wants).
 #ifndef TWTEST_LOGCHECK_H
 #define TWTEST_LOGCHECK_H
 

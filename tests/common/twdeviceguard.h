@@ -1,11 +1,5 @@
-// The machine-wide device-state file "/tmp/tw_device" for tests.
-//
-// A test that lets the library connect a token rewrites that file. So that
-// two test runs on one machine (two checkouts, two ctest runs) never meet
-// there, such a test is built with tw_isolate_device(<target>) (CMake): before
-// main, isolate() takes an exclusive flock on "/tmp/tw_device.lock", shared
-// across runs, for the process's life, and puts the file back as it found it
-// at exit. A TwDeviceGuard does that for a scope.
+// The machine-wide device-state file "/tmp/tw_device" for tests: saved and
+// put back, and held under a lock shared across runs (see docs/tests.md).
 #ifndef TWTEST_TWDEVICEGUARD_H
 #define TWTEST_TWDEVICEGUARD_H
 
