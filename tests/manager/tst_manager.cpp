@@ -308,7 +308,7 @@ private slots:
             QVERIFY(child.isNull());
         // Sessions, then packages, then the driver infos with their drivers.
         TW_VERIFY_LOG(core, {"~TWKey| start", ">unload| start", ">unload| end", ">unloadKDPs| start", ">unloadKDPs| end",
-                             ">~TWKey| end", ">~KeyDriverInfo| end"});
+                             ">~TWKey| end", ">~KeyDriverInfo| start", ">close| start", ">close| end", ">~KeyDriverInfo| end"});
         QCOMPARE(calls("a", "SKF_DisConnectDev"), 1);
     }
 };

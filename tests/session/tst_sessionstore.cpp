@@ -257,7 +257,7 @@ private slots:
             Row("export: fill fails").open({"exportCertificate"}).before("openContainer", {"c1"}, "c").second("SKF_ExportCertificate", SAR_DEVICE_REMOVED)
                 .call("exportCertificate", {ref("c"), true}).is("[0]").err(SAR_DEVICE_REMOVED)
                 .calls(QStringList{"SKF_ExportCertificate(*", "SKF_ExportCertificate(h1, 1, buf, 12->12) = 0x0A000023"} + closing(2, 3))
-                .out({printed("设备已移除")}),
+                .log({errorLine(" SKF_ExportCertificate failed.ret = %d", SAR_DEVICE_REMOVED)}).out({printed("设备已移除")}),
             Row("export from null").call("exportCertificate", {nullHandle(), true}).is("[0]").err(SAR_INVALIDHANDLEERR).calls({}),
             closed("export without application").call("exportCertificate", {nullHandle(), true}).is("[0]").err(SAR_USER_NOT_LOGGED_IN),
 
