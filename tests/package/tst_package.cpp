@@ -245,6 +245,11 @@ private slots:
             << "" << QStringList{"open| unpack refused: entry \"./\" leads out"} << QStringList{"!td"};
         QTest::newRow("a damaged central directory") << QStringList{"dz.kdp!config.xml={CFG}", "dz.kdp!f=1", "dz.kdp~"} << "dz.kdp"
             << false << "" << QStringList{"open| unpack refused: damaged archive"} << QStringList{"!dz"};
+        QStringList many{"me.kdp!config.xml={CFG}"};
+        for (int i = 0; i < 4096; ++i)
+            many << QStringLiteral("me.kdp!f%1=").arg(i);
+        QTest::newRow("4097 entries") << many << "me.kdp" << false << "" << QStringList{"open| unpack refused: more than 4096 entries"}
+                                      << QStringList{"!me"};
         QTest::newRow("link to an absolute path") << QStringList{"al.kdp!config.xml={CFG}", "al.kdp!l->/etc"} << "al.kdp" << false
             << "" << QStringList{"open| unpack refused: link \"l\" refused"} << QStringList{"!al"};
         QTest::newRow("link leading out after all") << QStringList{"out.kdp!config.xml={CFG}", "out.kdp!a->.", "out.kdp!b->a/.."}
