@@ -115,7 +115,7 @@ QList<Row> probing(const char *tag, const char *pinInfoWord)
             .log({" SKF_EnumFiles start", " SKF_EnumFiles end", " enumFiles", "- SKF_ConnectDev"}),
         Row("failed probe connects again").loose().aged().fault("SKF_EnumFiles", SAR_FAIL).call("open").is("true")
             .calls(QStringList{"SKF_EnumFiles(h1, null, 0->0) = 0x0A000001"} + kReconnect)
-            .log({" SKF_EnumFiles start", "[closeV1] start", " SKF_ConnectDev ok", " SKF_GetDevInfo ", " openApplication", " SKF_EnumApplication 3 ulSize: *",
+            .log({" SKF_EnumFiles start", "[closeV1] start", " SKF_ConnectDev", " SKF_ConnectDev ok", " SKF_GetDevInfo ", " openApplication", " SKF_EnumApplication 3 ulSize: *",
                   " appNameList: TW_APP*",
                   "[openApplication] start", "[openApplication] end", "[openApplication] end"}),
         Row("pulled token: no second close, no words").aged().pull().call("open").is("false").err(SAR_DEVICE_REMOVED)
