@@ -117,7 +117,7 @@ QList<Row> probing(const char *tag, const char *pinInfoWord)
             .calls(QStringList{"SKF_EnumFiles(h1, null, 0->0) = 0x0A000001"} + kReconnect)
             .log({" SKF_EnumFiles start", "[closeV1] start", " SKF_ConnectDev", " SKF_ConnectDev ok", " SKF_GetDevInfo ", " openApplication", " SKF_EnumApplication 3 ulSize: *",
                   " appNameList: TW_APP*",
-                  "[openApplication] start", "[openApplication] end", "[openApplication] end"}),
+                  "[enumApplication] end", "[openApplication] start", "[openApplication] end", "[openApplication] end"}),
         Row("pulled token: no second close, no words").aged().pull().call("open").is("false").err(SAR_DEVICE_REMOVED)
             .calls(QStringList{"SKF_EnumFiles(h1, null, *) = 0x0A000023"} + closing(1, 2)
                    + QStringList{R"(SKF_ConnectDev("d*", ->null) = 0x0A000023)"})
