@@ -5,8 +5,6 @@
 #include <QMetaType>
 #include <QVarLengthArray>
 
-#include <cstring>
-
 namespace {
 
 // moc records built-in types by id, so a method declared to give quint64
@@ -19,23 +17,10 @@ bool returnsType(const QMetaMethod &method, const char *typeName)
     return qstrcmp(method.typeName(), typeName) == 0;
 }
 
-// "name(Type1,Type2)" as the caller spelled it, in one allocation: a
-// batch makes a call per input.
+// "name(Type1,Type2)" as the caller spelled it.
 QByteArray spelledSignature(const char *method, const TWArg *args, int count)
 {
-    // The name trimmed as QByteArray::trimmed() does.
-    const auto blank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
-    const char *begin = method, *end = method + std::strlen(method);
-    while (begin < end && blank(*begin))
-        ++begin;
-    while (end > begin && blank(end[-1]))
-        --end;
-    int size = int(end - begin) + 2 + (count > 0 ? count - 1 : 0);
-    for (int i = 0; i < count; ++i)
-        size += int(std::strlen(args[i].typeName));
-    QByteArray sig;
-    sig.reserve(size);
-    sig.append(begin, int(end - begin));
+    QByteArray sig = QByteArray(method).trimmed();
     sig += '(';
     for (int i = 0; i < count; ++i) {
         if (i > 0)
