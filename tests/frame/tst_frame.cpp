@@ -218,7 +218,7 @@ private slots:
         QCOMPARE(CreateComponent(kProgId, QString()), manager);
         QCOMPARE(CreateComponent(kProgId.toLower(), kIid.toLower()), nullptr); // case counts
         TW_VERIFY_LOG(core, (QStringList{"TWKey| start|1", "load| configPath:" + tmp.path() + "/config|1",
-                                         "loadKDPs| path:" + tmp.path() + "/kdp/|1", "loadKDPs| end.|1",
+                                         "loadKDPs| path:" + tmp.path() + "/kdp/|1", "loadKDPs| end.|1", ">TWKey| end|1",
                                          "rtc:CreateComponent| end|2"}));
         ComponentDestroy();
         core.clear();
