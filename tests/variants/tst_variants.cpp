@@ -235,7 +235,7 @@ private slots:
                 .calls({R"(SKF_VerifyPIN(h1, 1, "12345678", ->*) = 0x00000000)"}),
             Row("new label without a read").before("SetlabelName", {"new label"}).call("labelName").is("\"new label\"")
                 .calls({}).then("serialNumber", {}, "\"SN*\""),
-            Row("a multi-byte label cut short").before("SetlabelName", {"标签名"}).call("labelName").is("\"标\""),
+            Row("a multi-byte label cut short").call("SetlabelName", {"标签名"}).log({" Changed DevInfo"}).then("labelName", {}, "\"标\""),
             Row("open reads each object once").loose().token(objects).before("close").call("open").is("true")
                 .calls(QStringList{"SKF_ConnectDev(*", "SKF_GetDevInfo(*", "SKF_EnumApplication(*", "SKF_EnumApplication(*",
                                    "SKF_OpenApplication(*", "SKF_EnumFiles(*", "SKF_EnumFiles(*"}
@@ -251,6 +251,8 @@ private slots:
                     file("kfs_seal_1", "s")(d);
                     file("7", "seven")(d);
                 }).call("enumFiles").is(R"({"abc","kfs_seal_1","7"})").then("readFile", {"7"}, "[5]736576656e"),
+            Row("a digit file beside no object of its number").loose().token([&](DeviceData &d) { shortObject(d); file("7", "")(d); })
+                .call("enumFiles").is(R"({"7"})").log({"[enumFiles] insert strName(B): 7;  value: 7"}),
             Row("objects by number, other names hidden").token(objects).call("enumFiles").is(R"({"7","kfs_seal_1","11","1","6","33"})")
                 .calls(QStringList{"SKF_EnumFiles(h1, null, *", "SKF_EnumFiles(h1, *"} + QStringList{
                     R"(SKF_GetFileInfo(h1, "PUBOBJ2", *)", R"(SKF_ReadFile(h1, "PUBOBJ2", 0, 27, *)", "...",
