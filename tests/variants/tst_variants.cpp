@@ -127,6 +127,10 @@ QList<Row> probing(const char *tag, const char *pinInfoWord)
             .calls({"SKF_ConnectDev(*", "SKF_GetDevInfo(*", "SKF_EnumApplication(*", "SKF_EnumApplication(*",
                     "SKF_OpenApplication(h1, \"TW_APP\", ->null) = 0x0A000001", "SKF_DisConnectDev(h1) = 0x00000000"})
             .log({"[openApplication] end", "[openApplication] end. app = null", "! openApplication failed,DisConnectDev."}),
+        Row("the application list's size fails").loose().before("close").fault("SKF_EnumApplication", SAR_FAIL).call("open")
+            .is("false").out({printed("fail", tag)}).log({errorLine("SKF_EnumApplication failed.ret = %d", SAR_FAIL), " end. appNameList.count = 0"}),
+        Row("the application list fails").loose().before("close").second("SKF_EnumApplication", SAR_FAIL).call("open").is("false")
+            .err(SAR_FAIL).out({printed("fail", tag)}).log({errorLine("SKF_EnumApplication failed.ret = %d", SAR_FAIL)}),
         Row("close closes").call("close").is("").calls(closing(1, 2)).log({"[close] start", "[closeV1] start", "[close] end"})
             .then("GetPINInfo", {1, 1}, "0"),
         Row("deleting the session closes it").call("deleteLater").calls(closing(1, 2)).log({"[closeV1] start"}),
@@ -145,6 +149,8 @@ QList<Row> probing(const char *tag, const char *pinInfoWord)
         Row("resetUserPin tries once").loose().call("resetUserPin").is("false").err(SAR_PIN_INCORRECT)
             .calls({R"(SKF_UnblockPIN(h1, "QmVR2kdLZTTHpXsa", "482915", ->*) = 0x0A000024)"})
             .log({" SKF_UnblockPIN", errorLine(" SKF_UnblockPIN failed,ret = %d", SAR_PIN_INCORRECT)}),
+        Row("resetUserPin with the built-in admin PIN").token([](DeviceData &d) { d.apps[0].admin.set(kBuiltIn); })
+            .call("resetUserPin").is("true").log({" SKF_UnblockPIN", "[resetUserPin] end"}),
         Row("resetUserPinV1 without PINs: the built-in ones")
             .token([](DeviceData &d) { d.apps[0].admin.set(kBuiltIn); }).call("resetUserPinV1", {"", ""}).is("true")
             .calls({R"(SKF_UnblockPIN(h1, "QmVR2kdLZTTHpXsa", "482915", ->*) = 0x00000000)"}),
