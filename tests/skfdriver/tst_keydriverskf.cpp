@@ -189,7 +189,7 @@ private slots:
         QTest::newRow("a removed session is reopened, and dropped when that fails") << QStringList{"dev1:SN1"}
             << QStringList{"count=1", "noEnum 0=dev1", "present dev1 0=", "wait 801=", "noEnum 0=null", "sessions=0",
                            "present dev1 1=", "noEnum 0=dev1", "sessions=1"}
-            << QStringList{"open|  2 KeyDriverSKF end. noload  = 1, bRet = 1"};
+            << QStringList{"isKeyDisConnect| keyDriver->pSKF_GenRandom failed", "open|  2 KeyDriverSKF end. noload  = 1, bRet = 1"};
         QTest::newRow("gone after count") << QStringList{"dev1:SN1"}
             << QStringList{"count=1", "present dev1 0=", "noEnum 0=null", "sessions=0", "n SKF_ConnectDev=1"}
             << QStringList();
