@@ -1,5 +1,6 @@
-// The machine-wide device-state file "/tmp/tw_device" for tests: saved and
-// put back, and held under a lock shared across runs (see docs/tests.md).
+// The device-state file "/tmp/tw_device" for tests: a /tmp of the test's own
+// where the system allows it, else saved, put back and held under a lock
+// shared across runs (see docs/tests.md).
 #ifndef TWTEST_TWDEVICEGUARD_H
 #define TWTEST_TWDEVICEGUARD_H
 
@@ -21,6 +22,9 @@ public:
     static bool set(const QByteArray &content);
     // Once per process, before main: see above. Children share it.
     static bool isolate();
+    // A mount namespace of the process's own, mounts private (in a user
+    // namespace of its own when not root); false where the system refuses.
+    static bool ownMounts();
 
 private:
     QByteArray m_saved;

@@ -2,11 +2,11 @@
 // events, the fault plan, the store shared between processes; the engine's
 // C++ interface and the softtoken admin program.
 #include "tokenfixture.h"
+#include "twdeviceguard.h"
 
 #include <QtTest>
 
 #include <future>
-#include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -88,20 +88,7 @@ bool diskFull(bool full)
 // own; false where the system gives none.
 bool readOnly(const QString &dir, bool on)
 {
-    static const bool own = [] {
-        if (unshare(CLONE_NEWNS) != 0) { // not root: root of a user namespace
-            const QByteArray uid = QByteArray::number(getuid()), gid = QByteArray::number(getgid());
-            const QByteArray maps[][2] = {{"setgroups", "deny"}, {"uid_map", "0 " + uid + " 1"}, {"gid_map", "0 " + gid + " 1"}};
-            if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-                return false;
-            for (const auto &m : maps) {
-                QFile f("/proc/self/" + m[0]);
-                if (!f.open(QIODevice::WriteOnly) || f.write(m[1]) < 0)
-                    return false;
-            }
-        }
-        return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    }();
+    static const bool own = TwDeviceGuard::ownMounts();
     const QByteArray d = QFile::encodeName(dir);
     return own && (on ? !mount(d, d, nullptr, MS_BIND, nullptr) && !mount(nullptr, d, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr)
                       : !umount2(d, MNT_DETACH));
