@@ -278,7 +278,6 @@ struct Conformance::Prepared
 struct Conformance::Private
 {
     Options options;
-    TwDeviceGuard guard;
     QTemporaryDir dir;
     KdpFixture kdp;
     std::unique_ptr<TestHost> host;

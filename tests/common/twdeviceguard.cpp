@@ -38,10 +38,10 @@ bool privateTmp()
         const unsigned type = e->d_type != DT_UNKNOWN ? e->d_type
                               : ::fstatat(real, e->d_name, &st, AT_SYMLINK_NOFOLLOW) ? unsigned(DT_UNKNOWN) : IFTODT(st.st_mode);
         ::strncpy(path + 5, e->d_name, sizeof path - 6);
-        if (!::strcmp(e->d_name, ".") || !::strcmp(e->d_name, "..") || !::strcmp(path, TwDeviceGuard::kPath) || !::strcmp(path, kLock))
+        const ssize_t size = type == DT_LNK ? ::readlinkat(real, e->d_name, link, sizeof link - 1) : -1;
+        if (!::strcmp(path, TwDeviceGuard::kPath) || !::strcmp(path, kLock)) // "." and ".." are there already
             continue;
-        const ssize_t size = type == DT_LNK ? ::readlinkat(real, e->d_name, link, sizeof link - 1) : 0;
-        if (type == DT_LNK && size >= 0) { // a link is made again: a bind would follow it
+        if (size >= 0) { // a link is made again: a bind would follow it
             link[size] = '\0';
             (void)::symlink(link, path);
         } else if (type != DT_LNK && !(type == DT_DIR ? ::mkdir(path, 0700) : ::mknod(path, S_IFREG | 0600, 0)) &&
@@ -97,14 +97,10 @@ bool TwDeviceGuard::isolate()
         (void)::fchmod(fd, 0666); // other users' runs take it too
     if (fd < 0 || ::flock(fd, LOCK_EX) != 0)
         qFatal("%s: cannot take the lock", kLock);
-    static TwDeviceGuard *saved = new TwDeviceGuard; // put back as found, under the lock
-    std::atexit([] { delete saved; });
+    static const QByteArray saved = current(); // put back as found, under the lock
+    std::atexit([] { set(saved); });
     return true;
 }
-
-TwDeviceGuard::TwDeviceGuard() : m_saved(current()) {}
-
-TwDeviceGuard::~TwDeviceGuard() { set(m_saved); }
 
 QByteArray TwDeviceGuard::current()
 {

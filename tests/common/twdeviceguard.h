@@ -11,11 +11,6 @@ class TwDeviceGuard
 public:
     static const char *const kPath;
 
-    TwDeviceGuard();
-    ~TwDeviceGuard();
-    TwDeviceGuard(const TwDeviceGuard &) = delete;
-    TwDeviceGuard &operator=(const TwDeviceGuard &) = delete;
-
     // The file's content; a null array when there is none.
     static QByteArray current();
     // Writes the content as it stands; a null array removes the file.
@@ -25,9 +20,6 @@ public:
     // A mount namespace of the process's own, mounts private (in a user
     // namespace of its own when not root); false where the system refuses.
     static bool ownMounts();
-
-private:
-    QByteArray m_saved;
 };
 
 #endif

@@ -15,7 +15,6 @@
 #include "session/keyobject.h"
 #include "softtokenengine.h"
 #include "testhost.h"
-#include "twdeviceguard.h"
 
 namespace {
 
@@ -195,9 +194,6 @@ private slots:
         QVERIFY(key);
         QCOMPARE(host.call<int>(key, "getDriverType"), 1);
     }
-
-private:
-    TwDeviceGuard m_guard;
 };
 
 TW_TEST_MAIN_ISOLATED(TestNativeDriver)
