@@ -98,9 +98,6 @@ private slots:
             bare("r1", "generate without login").call("genRSAKeyPair", {ref("c"), 1024}).is("[0]").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({"SKF_GenRSAKeyPair(h1, 1024, out) = 0x0A00002D"}).out({printed("用户没有登录")})
                 .log({errorLine(" SKF_GenRSAKeyPair failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end."}),
-            bare("r1", "generate on a removed token").fault("SKF_GenRSAKeyPair", SAR_DEVICE_REMOVED)
-                .call("genRSAKeyPair", {ref("c"), 1024}).is("[0]").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_GenRSAKeyPair(*"} + closing(2, 3)).out({printed("设备已移除")}),
             Row("generate in null").call("genRSAKeyPair", {nullHandle(), 1024}).is("[0]").err(SAR_INVALIDHANDLEERR).calls({})
                 .log({" end. container = null"}),
             closed("generate without application").call("genRSAKeyPair", {nullHandle(), 1024}).is("[0]")
@@ -115,9 +112,6 @@ private slots:
                 .calls({"SKF_ImportRSAKeyPair(h1, 0x401, [7]77726170706564, 7, [7]656e6364617461, 7) = 0x0A000001"})
                 .log({" SKF_ImportRSAKeyPair", errorLine(" SKF_ImportRSAKeyPair failed.ret = %d", SAR_FAIL), " end."})
                 .out({printed("fail")}),
-            bare("r1", "import on a removed token").fault("SKF_ImportRSAKeyPair", SAR_DEVICE_REMOVED)
-                .call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin("w"), bin("e")}).is("false").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_ImportRSAKeyPair(*"} + closing(2, 3)).out({printed("设备已移除")}),
             bare("r1", "import without a wrapped key").open({"importRSAKeyPair"}).call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin(""), bin("e")})
                 .is("false").err(SAR_INDATALENERR).calls({}).log({"-* SKF_ImportRSAKeyPair"}),
             bare("r1", "import without the private key").open({"importRSAKeyPair"}).call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin("w"), bin("")})
@@ -139,9 +133,6 @@ private slots:
             in("r1", "sign: the fill fails").second("SKF_RSASignData", SAR_FAIL).call("rsaSignData", {ref("c"), bin("x")})
                 .is("[0]").err(SAR_FAIL).calls({"SKF_RSASignData(*", "SKF_RSASignData(h1, [1]78, 1, buf, 128->128) = 0x0A000001"})
                 .out({printed("fail")}),
-            in("r1", "sign on a removed token").fault("SKF_RSASignData", SAR_DEVICE_REMOVED)
-                .call("rsaSignData", {ref("c"), bin("x")}).is("[0]").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_RSASignData(*"} + closing(2, 3)).out({printed("设备已移除")}),
             Row("sign with null").call("rsaSignData", {nullHandle(), bin("x")}).is("[0]").err(SAR_INVALIDHANDLEERR).calls({}),
             closed("sign without application").call("rsaSignData", {nullHandle(), bin("x")}).is("[0]").err(SAR_USER_NOT_LOGGED_IN),
 
@@ -153,10 +144,6 @@ private slots:
                 .before("rsaSignData", {ref("c"), bin("abc")}, "sig").call("rsaVerify", {ref("pub"), bin("abd"), ref("sig")})
                 .is("false").err(SAR_FAIL).calls({"SKF_RSAVerify(h1, [268]#*, [3]616264, 3, [128]#*, 128) = 0x0A000001"})
                 .log({errorLine(" pSKF_RSAVerify failed.ret = %d", SAR_FAIL), "[rsaVerify] end"}).out({printed("fail")}),
-            Row("verify on a removed token").fault("SKF_RSAVerify", SAR_DEVICE_REMOVED)
-                .call("rsaVerify", {bin("k"), bin("d"), bin("s")}).is("false").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_RSAVerify(h1, [268]#*, [1]64, 1, [1]73, 1) = 0x0A000023"} + closing(2, 1))
-                .out({printed("设备已移除")}),
             Row("verify without a key").open({"rsaVerify"}).call("rsaVerify", {bin(""), bin("d"), bin("s")}).is("false").err(SAR_INDATALENERR)
                 .calls({}).log({" start.parameter invalid"}),
             Row("verify without data").open({"rsaVerify"}).call("rsaVerify", {bin("k"), bin(""), bin("s")}).is("false").err(SAR_INDATALENERR).calls({}),
@@ -201,9 +188,6 @@ private slots:
                 .err(SAR_USER_NOT_LOGGED_IN).calls({"SKF_GenECCKeyPair(h1, 0x20100, out) = 0x0A00002D"})
                 .log({errorLine(" SKF_GenECCKeyPair failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end."})
                 .out({printed("用户没有登录")}),
-            bare("c1", "generate on a removed token").fault("SKF_GenECCKeyPair", SAR_DEVICE_REMOVED)
-                .call("genECCKeyPair", {ref("c"), SGD_SM2_1}).is("[0]").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_GenECCKeyPair(*"} + closing(2, 3)).out({printed("设备已移除")}),
             Row("generate in null").call("genECCKeyPair", {nullHandle(), SGD_SM2_1}).is("[0]").err(SAR_INVALIDHANDLEERR)
                 .calls({}).log({" end. container = null"}),
             closed("generate without application").call("genECCKeyPair", {nullHandle(), 1}).is("[0]").err(SAR_USER_NOT_LOGGED_IN),
@@ -214,9 +198,6 @@ private slots:
                 .call("importECCKeyPair", {ref("c"), bin(QByteArray(373, 'e'))}).is("false").err(SAR_FAIL)
                 .calls({"SKF_ImportECCKeyPair(h1, [373]#*) = 0x0A000001"}).out({printed("fail")})
                 .log({" SKF_ImportECCKeyPair", errorLine(" SKF_ImportECCKeyPair failed.ret = %d", SAR_FAIL), " end."}),
-            bare("c1", "import on a removed token").fault("SKF_ImportECCKeyPair", SAR_DEVICE_REMOVED)
-                .call("importECCKeyPair", {ref("c"), bin("e")}).is("false").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_ImportECCKeyPair(*"} + closing(2, 3)).out({printed("设备已移除")}),
             bare("c1", "import nothing").open({"importECCKeyPair"}).call("importECCKeyPair", {ref("c"), bin("")}).is("false").err(SAR_INDATALENERR)
                 .calls({}).log({"-* SKF_ImportECCKeyPair"}),
             Row("import into null").call("importECCKeyPair", {nullHandle(), bin("e")}).is("false").err(SAR_INVALIDHANDLEERR),
@@ -230,9 +211,6 @@ private slots:
             bare("c1", "sign without login").call("eccSignData", {ref("c"), bin("x")}).is("[0]").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({"SKF_ECCSignData(h1, [1]78, 1, out) = 0x0A00002D"}).out({printed("用户没有登录")})
                 .log({errorLine(" SKF_ECCSignData failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end"}),
-            in("c1", "sign on a removed token").fault("SKF_ECCSignData", SAR_DEVICE_REMOVED)
-                .call("eccSignData", {ref("c"), bin("x")}).is("[0]").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_ECCSignData(*"} + closing(2, 3)).out({printed("设备已移除")}),
             Row("sign with null").call("eccSignData", {nullHandle(), bin("x")}).is("[0]").err(SAR_INVALIDHANDLEERR),
             closed("sign without application").call("eccSignData", {nullHandle(), bin("x")}).is("[0]").err(SAR_USER_NOT_LOGGED_IN),
 
@@ -245,10 +223,6 @@ private slots:
                 .before("eccSignData", {ref("c"), bin(QByteArray(32, 'h'))}, "sig").call("eccVerify", {ref("pub"), bin("short"), ref("sig")})
                 .is("false").err(SAR_INDATALENERR).calls({"SKF_ECCVerify(h1, [132]#*, [5]73686f7274, 5, [128]#*) = 0x0A000010"})
                 .log({errorLine(" SKF_ECCVerify failed.ret = %d", SAR_INDATALENERR)}).out({printed("输入数据长度错误")}),
-            Row("verify on a removed token").fault("SKF_ECCVerify", SAR_DEVICE_REMOVED)
-                .call("eccVerify", {bin("k"), bin("d"), bin("s")}).is("false").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_ECCVerify(h1, [132]#*, [1]64, 1, [128]#*) = 0x0A000023"} + closing(2, 1))
-                .out({printed("设备已移除")}),
             Row("verify without a key").open({"eccVerify"}).call("eccVerify", {bin(""), bin("d"), bin("s")}).is("false").err(SAR_INDATALENERR)
                 .calls({}).log({" start.parameter invalid"}),
             Row("verify without data").open({"eccVerify"}).call("eccVerify", {bin("k"), bin(""), bin("s")}).is("false").err(SAR_INDATALENERR),
@@ -337,9 +311,6 @@ private slots:
             Row("hash object refused").call("digestInit", {3, bin(""), "id"}).is("null").err(SAR_NOTSUPPORTYETERR)
                 .calls({R"(SKF_DigestInit(h1, 0x3, null, "id", 2, ->null) = 0x0A000003)"})
                 .log({errorLine(" SKF_DigestInit failded.ret = %d.", SAR_NOTSUPPORTYETERR), " end"}).out({printed("不支持的服务")}),
-            Row("hash object on a removed token").fault("SKF_DigestInit", SAR_DEVICE_REMOVED)
-                .call("digestInit", {SGD_SM3, bin(""), ""}).is("null").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_DigestInit(*"} + closing(2, 1)).out({printed("设备已移除")}),
             closed("hash object without device").call("digestInit", {SGD_SM3, bin(""), ""}).is("null").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({}).log({"[digestInit] end . dev is null"}),
 
@@ -403,9 +374,6 @@ private slots:
                 .call("importSessionKey", {ref("c"), SGD_SM4_ECB, ref("blob"), 5}).is("null").err(SAR_FAIL)
                 .calls({"SKF_ImportSessionKey(h1, 0x401, [5]*, 5, ->null) = 0x0A000001"}).out({printed("fail")})
                 .log({errorLine(" SKF_ImportSessionKey failded.ret = %d.", SAR_FAIL), " end"}),
-            bare("c1", "import on a removed token").fault("SKF_ImportSessionKey", SAR_DEVICE_REMOVED)
-                .call("importSessionKey", {ref("c"), SGD_SM4_ECB, bin("w"), 1}).is("null").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"SKF_ImportSessionKey(*"} + closing(2, 3)).out({printed("设备已移除")}),
             Row("import into null").call("importSessionKey", {nullHandle(), SGD_SM4_ECB, bin("w"), 1}).is("null")
                 .err(SAR_INDATALENERR).calls({}).log({" end. container = null"}),
             halfOpen("import needs the device only").call("importSessionKey", {nullHandle(), 1, bin("w"), 1}).is("null")
@@ -476,9 +444,6 @@ private slots:
                 .calls({"EPS_WriteESealData(h1, [4]5345414c, 4, 0x0) = 0x00000000"}),
             Row("write refused").open({"epsWriteESealData"}).call("epsWriteESealData", {bin("SEAL"), 4}).is("false").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({"EPS_WriteESealData(* = 0x0A00002D"}).log({errorLine(" ESP_WriteESealData failed,ret = %d", SAR_USER_NOT_LOGGED_IN)}),
-            Row("write on a removed token").open({"epsWriteESealData"}).fault("EPS_WriteESealData", SAR_DEVICE_REMOVED)
-                .call("epsWriteESealData", {bin("SEAL"), 4}).is("false").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"EPS_WriteESealData(*"} + closing(1, 2)),
             Row("a declared size past any real data").open({"epsWriteESealData"}).call("epsWriteESealData", {bin("S"), 0x20000000}).is("false")
                 .err(SAR_MEMORYERR).calls({}).log({errorLine(" ESP_WriteESealData failed,ret = %d", SAR_MEMORYERR)}),
             Row("write nothing").call("epsWriteESealData", {bin(""), 4}).is("false").err(SAR_INDATALENERR).calls({})
@@ -507,9 +472,6 @@ private slots:
                 .call("epsImportSymmKey", {ref("c"), 3, bin("key"), 2}).is("false").err(SAR_FAIL)
                 .calls({"EPS_ImportSymmKey(h1, 3, [2]6b65, 2, 0x0) = 0x0A000001"}).out({printed("fail")})
                 .log({errorLine(" ESP_ImportSymmKey failed.ret = %d", SAR_FAIL), " end."}),
-            bare("c1", "import on a removed token").fault("EPS_ImportSymmKey", SAR_DEVICE_REMOVED)
-                .call("epsImportSymmKey", {ref("c"), 3, bin("key"), 3, 1}).is("false").err(SAR_DEVICE_REMOVED)
-                .calls(QStringList{"EPS_ImportSymmKey(*, 0x1) = 0x0A000023"} + closing(2, 3)).out({printed("设备已移除")}),
             Row("import into null").call("epsImportSymmKey", {nullHandle(), 3, bin("key"), 3}).is("false")
                 .err(SAR_INVALIDHANDLEERR).calls({}).log({" end. container = null"}),
             closed("import without application").call("epsImportSymmKey", {nullHandle(), 3, bin("key"), 3}).is("false")

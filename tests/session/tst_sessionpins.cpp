@@ -66,8 +66,6 @@ private slots:
             Row("admin PINs are not measured").call("changePIN", {true, "88", "123"}).is("false").err(SAR_PIN_LEN_RANGE)
                 .calls({R"(SKF_ChangePIN(h1, 0, "88", "123", ->0) = 0x0A000027)"})
                 .log({errorLine(" SKF_ChangePIN failed,ret = %d", SAR_PIN_LEN_RANGE), " end."}),
-            Row("change on a removed token").fault("SKF_ChangePIN", SAR_DEVICE_REMOVED).call("changePIN", {true, kAdmin, kUser})
-                .is("false").err(SAR_DEVICE_REMOVED).calls(QStringList{"SKF_ChangePIN(h1, *) = 0x0A000023"} + closing(1, 2)),
             closed("change without application").call("changePIN", {false, "1", "2"}).is("false")
                 .err(SAR_USER_NOT_LOGGED_IN).calls({}).log({"[changePIN] end . app is null"}),
 
@@ -112,8 +110,6 @@ private slots:
             Row("PIN info fails").open({"GetPINInfo"}).fault("SKF_GetPINInfo", SAR_FAIL).call("GetPINInfo", {1, 0}).is("0").err(SAR_FAIL)
                 .calls({"SKF_GetPINInfo(h1, 1, ->0, ->0, ->0) = 0x0A000001"})
                 .log({errorLine(" SKF_GetPINInfo failed,ret = %d", SAR_FAIL)}).then("GetPINInfo", {1, 0}, "6"),
-            Row("PIN info on a removed token").open({"GetPINInfo"}).fault("SKF_GetPINInfo", SAR_DEVICE_REMOVED).call("GetPINInfo", {1, 0})
-                .is("0").err(SAR_DEVICE_REMOVED).calls(QStringList{"SKF_GetPINInfo(h1, *) = 0x0A000023"} + closing(1, 2)),
             closed("PIN info without application").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({})
                 .log({"[GetPINInfo] end . app is null"}),
         });
