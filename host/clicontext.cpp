@@ -13,7 +13,6 @@
 #include <cstring>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -565,12 +564,11 @@ bool CliContext::writeFile(const QString &path, const QByteArray &bytes)
         m_out.bytes(bytes);
         return true;
     }
-    // Written over in place, then cut to length if it was longer: a file
-    // rewritten with as many bytes (a batch signed again) costs the file
-    // system no blocks freed and allocated anew, and no truncation.
+    // Written over in place, then cut to length if its end lies beyond what
+    // was written: a file rewritten with as many bytes (a batch signed
+    // again) costs the file system no blocks freed and allocated anew, and
+    // no truncation. Where there is no end to seek (a pipe), nothing is cut.
     const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-    struct stat before;
-    const bool cut = fd >= 0 && (::fstat(fd, &before) != 0 || before.st_size > bytes.size());
     qint64 done = 0;
     while (fd >= 0 && done < bytes.size()) {
         const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
@@ -580,7 +578,7 @@ bool CliContext::writeFile(const QString &path, const QByteArray &bytes)
             break;
         done += n;
     }
-    bool ok = fd >= 0 && done == bytes.size() && (!cut || ::ftruncate(fd, done) == 0 || errno == EINVAL);
+    bool ok = fd >= 0 && done == bytes.size() && (::lseek(fd, 0, SEEK_END) <= done || ::ftruncate(fd, done) == 0 || errno == EINVAL);
     int error = errno;
     if (fd >= 0 && ::close(fd) != 0 && ok) {
         ok = false;

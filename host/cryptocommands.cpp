@@ -22,7 +22,9 @@ constexpr int kIvField = 32;
 // The default user id of SM2 signatures.
 const char kDefaultUserId[] = "1234567812345678";
 
-// The form options of sign and verify, read once for all inputs.
+// The form options of sign and verify, read once for all inputs, and the
+// signing method, looked up at the first input and called by its index for
+// the rest of a batch.
 struct SignForm
 {
     explicit SignForm(const CliContext &ctx)
@@ -32,6 +34,7 @@ struct SignForm
     bool raw;
     bool noZ;
     bool der;
+    int signing = -1;
 };
 
 // The token's SM3/SHA hash of data, through a hash object that is given back.
@@ -137,9 +140,20 @@ bool runCipher(CliContext &ctx, Qt::HANDLE hKey, bool encrypting, const QByteArr
     return true;
 }
 
+// The call that signs, as ctx.call() makes it but for the lookup, done once.
+template <typename... A>
+bool callSigning(CliContext &ctx, SignForm &form, const char *method, QByteArray &signature, A &&...args)
+{
+    if (form.signing < 0)
+        form.signing = ctx.find(ctx.key(), method, signature, args...);
+    if (form.signing >= 0)
+        twCallAt(ctx.key(), form.signing, signature, std::forward<A>(args)...);
+    return form.signing >= 0;
+}
+
 // The container's signature of data in the form sign writes; empty after
 // a report, with the exit code in *rc.
-QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm &form, const QByteArray &data, int *rc)
+QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, SignForm &form, const QByteArray &data, int *rc)
 {
     QByteArray signature;
     *rc = CliContext::Failed;
@@ -147,10 +161,10 @@ QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm
     if (type == kContainerRsa) {
         // The token signs what it is given: PKCS#1 needs the DigestInfo here.
         const QByteArray input = form.raw ? data : BlobConverter::sha256DigestInfo(data);
-        if (!ctx.call(ctx.key(), "rsaSignData", signature, handle, input))
+        if (!callSigning(ctx, form, "rsaSignData", signature, handle, input))
             return QByteArray();
     } else if (form.raw) {
-        if (!ctx.call(ctx.key(), "eccSignData", signature, handle, data))
+        if (!callSigning(ctx, form, "eccSignData", signature, handle, data))
             return QByteArray();
         if (signature.size() != BlobConverter::kEccSignatureBlobSize)
             signature.clear();
@@ -158,7 +172,7 @@ QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm
             signature = BlobConverter::compactToDer(BlobConverter::signatureBlobToCompact(signature));
     } else {
         const bool withZ = !form.noZ;
-        if (!ctx.call(ctx.key(), "eccSimpleSign", signature, handle, data, withZ))
+        if (!callSigning(ctx, form, "eccSimpleSign", signature, handle, data, withZ))
             return QByteArray();
         // A refused signature comes back shorter than 64 bytes.
         if (signature.size() != BlobConverter::kCompactSignatureSize)
@@ -244,7 +258,7 @@ int signingContainer(CliContext &ctx, CliContext::Login login, Qt::HANDLE *handl
 
 int CryptoCommands::sign(CliContext &ctx)
 {
-    const SignForm form(ctx);
+    SignForm form(ctx);
     if (form.raw && ctx.has("compact"))
         return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
     BatchRun batch(ctx, BatchRun::Mode::Sign);

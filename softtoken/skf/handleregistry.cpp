@@ -1,5 +1,7 @@
 #include "handleregistry.h"
 
+#include <algorithm>
+#include <functional>
 #include <vector>
 
 namespace {
@@ -36,11 +38,24 @@ TokenObject *HandleRegistry::find(const void *handle) const
 
 void HandleRegistry::close(TokenObject *object)
 {
+    // One pass over the live handles per level of ownership (connection,
+    // application, container), not one per object: a connection closed
+    // with a thousand hash objects open costs a few passes, not a thousand.
     std::vector<TokenObject *> doomed{object};
-    for (size_t i = 0; i < doomed.size(); ++i)
-        for (const auto &entry : m_live)
-            if (entry.second->owner() == doomed[i] && entry.second.get() != doomed[i])
-                doomed.push_back(entry.second.get());
+    std::vector<const TokenObject *> level{object};
+    const std::less<const TokenObject *> before;
+    while (!level.empty()) {
+        std::vector<const TokenObject *> next;
+        for (const auto &entry : m_live) {
+            TokenObject *o = entry.second.get();
+            if (o->owner() != o && std::binary_search(level.begin(), level.end(), o->owner(), before)) {
+                doomed.push_back(o);
+                next.push_back(o);
+            }
+        }
+        std::sort(next.begin(), next.end(), before);
+        level.swap(next);
+    }
     // Owned objects first, the object itself last.
     for (auto it = doomed.rbegin(); it != doomed.rend(); ++it) {
         auto found = m_live.find(*it);
