@@ -4,13 +4,12 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 DEB_BUILD  ?= build-deb
-FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 300
 PREFIX     ?=
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all deps build build-asan build-fuzz demo test test-fast test-asan test-fuzz fuzz install deb clean
+.PHONY: all deps build build-asan build-fuzz demo test test-fast test-asan test-fuzz fuzz bench install deb clean
 
 all: build
 
@@ -23,25 +22,27 @@ $(BUILD)/CMakeCache.txt:
 build: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 
+# The sanitizer build is clang's: the libFuzzer fuzzers are built in it,
+# on the same objects the ASan+UBSan tests run.
 $(ASAN_BUILD)/CMakeCache.txt:
-	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTWKEY_SANITIZE=ON -DTWKEY_BUILD_BENCH=OFF $(CMAKE_ARGS)
+	cmake -S . -B $(ASAN_BUILD) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
+	  -DTWKEY_SANITIZE=ON -DTWKEY_FUZZ=ON -DTWKEY_BUILD_BENCH=OFF $(CMAKE_ARGS)
 
 build-asan: deps $(ASAN_BUILD)/CMakeCache.txt
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
-$(FUZZ_BUILD)/CMakeCache.txt:
-	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DTWKEY_FUZZ=ON $(CMAKE_ARGS)
-
-build-fuzz: deps $(FUZZ_BUILD)/CMakeCache.txt
-	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+build-fuzz: build-asan
 
 # Each fuzzer for FUZZ_SECONDS; make test gives each about 20 s.
-fuzz: build-fuzz
-	./scripts/fuzz.sh $(FUZZ_BUILD)/bin $(FUZZ_SECONDS)
+fuzz: build-asan
+	./scripts/fuzz.sh $(ASAN_BUILD)/bin $(FUZZ_SECONDS)
 
-test-fuzz: build-fuzz
-	./scripts/fuzz.sh $(FUZZ_BUILD)/bin 20
+test-fuzz: build-asan
+	./scripts/fuzz.sh $(ASAN_BUILD)/bin 20
+
+# The benchmarks, in the normal build (not built by make build or make test).
+bench: build
+	cmake --build $(BUILD) -j $(JOBS) --target bench
 
 demo: build
 	./scripts/demo.sh $(BUILD)/bin
@@ -73,4 +74,4 @@ deb:
 	lintian --fail-on error --display-info $(DEB_BUILD)/twkey_*.deb
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(DEB_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(DEB_BUILD) build-fuzz
