@@ -7,6 +7,9 @@ DEB_BUILD  ?= build-deb
 FUZZ_SECONDS ?= 300
 PREFIX     ?=
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
+# Ninja compiles a target's sources while the libraries it links are still
+# being built; Make waits for them.
+GENERATOR  ?= Ninja
 CMAKE_ARGS ?=
 
 .PHONY: all deps build build-asan build-fuzz demo test test-fast test-asan test-fuzz fuzz bench install deb clean
@@ -17,7 +20,7 @@ deps:
 	@./scripts/install-deps.sh
 
 $(BUILD)/CMakeCache.txt:
-	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+	cmake -S . -B $(BUILD) -G "$(GENERATOR)" -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
 
 build: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
@@ -25,7 +28,7 @@ build: deps $(BUILD)/CMakeCache.txt
 # The sanitizer build is clang's: the libFuzzer fuzzers are built in it,
 # on the same objects the ASan+UBSan tests run.
 $(ASAN_BUILD)/CMakeCache.txt:
-	cmake -S . -B $(ASAN_BUILD) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
+	cmake -S . -B $(ASAN_BUILD) -G "$(GENERATOR)" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
 	  -DTWKEY_SANITIZE=ON -DTWKEY_FUZZ=ON -DTWKEY_BUILD_BENCH=OFF $(CMAKE_ARGS)
 
 build-asan: deps $(ASAN_BUILD)/CMakeCache.txt
