@@ -20,7 +20,7 @@ deps:
 	@./scripts/install-deps.sh
 
 $(BUILD)/CMakeCache.txt:
-	cmake -S . -B $(BUILD) -G "$(GENERATOR)" -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+	cmake -S . -B $(BUILD) -G "$(GENERATOR)" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTWKEY_LLD=ON $(CMAKE_ARGS)
 
 build: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
@@ -29,7 +29,7 @@ build: deps $(BUILD)/CMakeCache.txt
 # on the same objects the ASan+UBSan tests run.
 $(ASAN_BUILD)/CMakeCache.txt:
 	cmake -S . -B $(ASAN_BUILD) -G "$(GENERATOR)" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
-	  -DTWKEY_SANITIZE=ON -DTWKEY_FUZZ=ON -DTWKEY_BUILD_BENCH=OFF $(CMAKE_ARGS)
+	  -DTWKEY_SANITIZE=ON -DTWKEY_FUZZ=ON -DTWKEY_BUILD_BENCH=OFF -DTWKEY_LLD=ON $(CMAKE_ARGS)
 
 build-asan: deps $(ASAN_BUILD)/CMakeCache.txt
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
