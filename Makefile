@@ -12,7 +12,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 GENERATOR  ?= Ninja
 CMAKE_ARGS ?=
 
-.PHONY: all deps build build-asan build-fuzz demo test test-fast test-asan test-fuzz fuzz bench install deb clean
+.PHONY: FORCE all deps build build-asan build-fuzz demo test test-fast test-asan test-fuzz fuzz bench install deb clean
 
 all: build
 
@@ -26,8 +26,11 @@ build: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 
 # The sanitizer build is clang's: the libFuzzer fuzzers are built in it,
-# on the same objects the ASan+UBSan tests run.
-$(ASAN_BUILD)/CMakeCache.txt:
+# on the same objects the ASan+UBSan tests run. One made before (gcc, no
+# fuzzers) is made anew.
+ASAN_STALE := $(if $(wildcard $(ASAN_BUILD)/CMakeCache.txt),$(shell grep -qs '^TWKEY_FUZZ:BOOL=ON' $(ASAN_BUILD)/CMakeCache.txt || echo stale))
+$(ASAN_BUILD)/CMakeCache.txt: $(if $(ASAN_STALE),FORCE)
+	$(if $(ASAN_STALE),rm -rf $(ASAN_BUILD))
 	cmake -S . -B $(ASAN_BUILD) -G "$(GENERATOR)" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
 	  -DTWKEY_SANITIZE=ON -DTWKEY_FUZZ=ON -DTWKEY_BUILD_BENCH=OFF -DTWKEY_LLD=ON $(CMAKE_ARGS)
 
@@ -78,3 +81,5 @@ deb:
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(DEB_BUILD) build-fuzz
+
+FORCE:
