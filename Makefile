@@ -4,13 +4,15 @@
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 DEB_BUILD  ?= build-deb
-FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 300
 PREFIX     ?=
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
+# Ninja compiles a target's sources while the libraries it links are still
+# being built; Make waits for them.
+GENERATOR  ?= Ninja
 CMAKE_ARGS ?=
 
-.PHONY: all deps build build-asan build-fuzz demo test test-fast test-asan test-fuzz fuzz install deb clean
+.PHONY: FORCE all deps build build-asan build-fuzz demo test test-fast test-asan test-fuzz fuzz bench install deb clean
 
 all: build
 
@@ -18,30 +20,35 @@ deps:
 	@./scripts/install-deps.sh
 
 $(BUILD)/CMakeCache.txt:
-	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS)
+	cmake -S . -B $(BUILD) -G "$(GENERATOR)" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTWKEY_LLD=ON $(CMAKE_ARGS)
 
 build: deps $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
 
-$(ASAN_BUILD)/CMakeCache.txt:
-	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTWKEY_SANITIZE=ON -DTWKEY_BUILD_BENCH=OFF $(CMAKE_ARGS)
+# The sanitizer build is clang's: the libFuzzer fuzzers are built in it,
+# on the same objects the ASan+UBSan tests run. One made before (gcc, no
+# fuzzers) is made anew.
+ASAN_STALE := $(if $(wildcard $(ASAN_BUILD)/CMakeCache.txt),$(shell grep -qs '^TWKEY_FUZZ:BOOL=ON' $(ASAN_BUILD)/CMakeCache.txt || echo stale))
+$(ASAN_BUILD)/CMakeCache.txt: $(if $(ASAN_STALE),FORCE)
+	$(if $(ASAN_STALE),rm -rf $(ASAN_BUILD))
+	cmake -S . -B $(ASAN_BUILD) -G "$(GENERATOR)" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
+	  -DTWKEY_SANITIZE=ON -DTWKEY_FUZZ=ON -DTWKEY_BUILD_BENCH=OFF -DTWKEY_LLD=ON $(CMAKE_ARGS)
 
 build-asan: deps $(ASAN_BUILD)/CMakeCache.txt
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
-$(FUZZ_BUILD)/CMakeCache.txt:
-	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DTWKEY_FUZZ=ON $(CMAKE_ARGS)
-
-build-fuzz: deps $(FUZZ_BUILD)/CMakeCache.txt
-	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+build-fuzz: build-asan
 
 # Each fuzzer for FUZZ_SECONDS; make test gives each about 20 s.
-fuzz: build-fuzz
-	./scripts/fuzz.sh $(FUZZ_BUILD)/bin $(FUZZ_SECONDS)
+fuzz: build-asan
+	./scripts/fuzz.sh $(ASAN_BUILD)/bin $(FUZZ_SECONDS)
 
-test-fuzz: build-fuzz
-	./scripts/fuzz.sh $(FUZZ_BUILD)/bin 20
+test-fuzz: build-asan
+	./scripts/fuzz.sh $(ASAN_BUILD)/bin 20
+
+# The benchmarks, in the normal build (not built by make build or make test).
+bench: build
+	cmake --build $(BUILD) -j $(JOBS) --target bench
 
 demo: build
 	./scripts/demo.sh $(BUILD)/bin
@@ -73,4 +80,6 @@ deb:
 	lintian --fail-on error --display-info $(DEB_BUILD)/twkey_*.deb
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(DEB_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(DEB_BUILD) build-fuzz
+
+FORCE:

@@ -2,9 +2,9 @@
 # Installs the Debian 12 packages the build, the tests and the demo need,
 # and only those that are missing. With "deb": also what `make deb` needs.
 set -euo pipefail
-pkgs=(make g++ cmake pkg-config qtbase5-dev libqt5xml5 libquazip1-qt5-dev zlib1g-dev
+pkgs=(make g++ cmake ninja-build pkg-config qtbase5-dev libqt5xml5 libquazip1-qt5-dev zlib1g-dev
       libssl-dev openssl libbenchmark-dev zip unzip ca-certificates man-db
-      clang libclang-rt-14-dev)
+      clang libclang-rt-14-dev lld)
 if [ "${1:-}" = deb ]; then
   pkgs+=(dpkg-dev file lintian)
 fi
