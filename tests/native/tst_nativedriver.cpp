@@ -105,6 +105,7 @@ private slots:
         KeyDriverTWF &driver = *owned;
         QVERIFY(!driver.openKeyWithoutEnumDev(0));
         QVERIFY(driver.load());
+        TW_VERIFY_LOG(core, {"load| end|1"});
         QCOMPARE(driver.enumDev(), QStringList{QStringLiteral("tok")});
         driver.unload();
         QStringList set;
