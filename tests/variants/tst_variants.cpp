@@ -304,7 +304,7 @@ private slots:
                         QStringLiteral(R"(SKF_WriteFile(h1, "PUBOBJ5", 0, %1, 66) = *)").arg(headed("4"))})
                 .log({"[writeFileV1] P11 fileName(A): 5", "[writeFileV1] P11 fileName(B): PUBOBJ5"}),
             Row("deleteFile by number").loose().token(objects).call("deleteFile", {"11"}).is("true")
-                .calls({"...", R"(SKF_DeleteFile(h1, "PUBOBJ9") = 0x00000000)"})
+                .calls({"...", R"(SKF_DeleteFile(h1, "PUBOBJ9") = 0x00000000)"}).log({"[deleteFile] P11 fileName: PUBOBJ9"})
                 .then("enumFiles", {}, R"({"7","kfs_seal_1","1","6","33"})"),
             Row("deleteFile of an unknown number").loose().token(objects).call("deleteFile", {"99"}).is("false")
                 .err(SAR_FILE_NOT_EXIST)
