@@ -66,10 +66,11 @@ bool make(const QString &root, const QStringList &files)
             entry.write(e.at(1).toLatin1());
         }
     }
-    for (const QString &path : broken) { // "~~": the first entry's checksum instead
+    for (const QString &path : broken) { // "~~": the first entry's compressed data instead
         QFile zip(path.endsWith(QLatin1Char('~')) ? path.chopped(1) : path);
         QByteArray bytes = zip.open(QIODevice::ReadWrite) ? zip.readAll() : QByteArray();
-        const int first = bytes.indexOf("PK\x01\x02"), at = path.endsWith(QLatin1Char('~')) ? first + 16 : bytes.indexOf("PK\x01\x02", first + 1) + 3;
+        const auto u16 = [&bytes](int i) { return quint8(bytes.at(i)) | quint8(bytes.at(i + 1)) << 8; };
+        const int first = bytes.indexOf("PK\x01\x02"), at = path.endsWith(QLatin1Char('~')) ? 30 + u16(26) + u16(28) : bytes.indexOf("PK\x01\x02", first + 1) + 3;
         if (first < 0 || at < 3 || !zip.seek(at) || !zip.putChar('\x09'))
             return false;
     }
@@ -245,7 +246,7 @@ private slots:
             << "" << QStringList{"open| unpack refused: entry \"./\" leads out"} << QStringList{"!td"};
         QTest::newRow("a damaged central directory") << QStringList{"dz.kdp!config.xml={CFG}", "dz.kdp!f=1", "dz.kdp~"} << "dz.kdp"
             << false << "" << QStringList{"open| unpack refused: damaged archive"} << QStringList{"!dz"};
-        QTest::newRow("an entry's checksum wrong") << QStringList{"dc.kdp!config.xml={CFG}", "dc.kdp~~"} << "dc.kdp" << false << ""
+        QTest::newRow("an entry's data damaged") << QStringList{"dc.kdp!config.xml={CFG}", "dc.kdp~~"} << "dc.kdp" << false << ""
             << QStringList{"open| unpack refused: damaged archive"} << QStringList{"!dc"};
         QStringList many{"me.kdp!config.xml={CFG}"};
         for (int i = 0; i < 4096; ++i)
