@@ -70,16 +70,6 @@ public:
         reportMissing(method);
         return false;
     }
-    // The index that call() would use, for calls made again and again (a
-    // batch): twCallAt() then calls by it. -1 after the report.
-    template <typename R, typename... A>
-    int find(QObject *target, const char *method, R &result, A &&...args)
-    {
-        const int index = twFind(target, method, result, std::forward<A>(args)...);
-        if (index < 0)
-            reportMissing(method);
-        return index;
-    }
     template <typename... A>
     bool callVoid(QObject *target, const char *method, A &&...args)
     {

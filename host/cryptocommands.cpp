@@ -22,9 +22,7 @@ constexpr int kIvField = 32;
 // The default user id of SM2 signatures.
 const char kDefaultUserId[] = "1234567812345678";
 
-// The form options of sign and verify, read once for all inputs, and the
-// signing method, looked up at the first input and called by its index for
-// the rest of a batch.
+// The form options of sign and verify, read once for all inputs.
 struct SignForm
 {
     explicit SignForm(const CliContext &ctx)
@@ -34,7 +32,6 @@ struct SignForm
     bool raw;
     bool noZ;
     bool der;
-    int signing = -1;
 };
 
 // The token's SM3/SHA hash of data, through a hash object that is given back.
@@ -140,20 +137,9 @@ bool runCipher(CliContext &ctx, Qt::HANDLE hKey, bool encrypting, const QByteArr
     return true;
 }
 
-// The call that signs, as ctx.call() makes it but for the lookup, done once.
-template <typename... A>
-bool callSigning(CliContext &ctx, SignForm &form, const char *method, QByteArray &signature, A &&...args)
-{
-    if (form.signing < 0)
-        form.signing = ctx.find(ctx.key(), method, signature, args...);
-    if (form.signing >= 0)
-        twCallAt(ctx.key(), form.signing, signature, std::forward<A>(args)...);
-    return form.signing >= 0;
-}
-
 // The container's signature of data in the form sign writes; empty after
 // a report, with the exit code in *rc.
-QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, SignForm &form, const QByteArray &data, int *rc)
+QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, const SignForm &form, const QByteArray &data, int *rc)
 {
     QByteArray signature;
     *rc = CliContext::Failed;
@@ -161,10 +147,10 @@ QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, SignForm &form
     if (type == kContainerRsa) {
         // The token signs what it is given: PKCS#1 needs the DigestInfo here.
         const QByteArray input = form.raw ? data : BlobConverter::sha256DigestInfo(data);
-        if (!callSigning(ctx, form, "rsaSignData", signature, handle, input))
+        if (!ctx.call(ctx.key(), "rsaSignData", signature, handle, input))
             return QByteArray();
     } else if (form.raw) {
-        if (!callSigning(ctx, form, "eccSignData", signature, handle, data))
+        if (!ctx.call(ctx.key(), "eccSignData", signature, handle, data))
             return QByteArray();
         if (signature.size() != BlobConverter::kEccSignatureBlobSize)
             signature.clear();
@@ -172,7 +158,7 @@ QByteArray signData(CliContext &ctx, Qt::HANDLE handle, int type, SignForm &form
             signature = BlobConverter::compactToDer(BlobConverter::signatureBlobToCompact(signature));
     } else {
         const bool withZ = !form.noZ;
-        if (!callSigning(ctx, form, "eccSimpleSign", signature, handle, data, withZ))
+        if (!ctx.call(ctx.key(), "eccSimpleSign", signature, handle, data, withZ))
             return QByteArray();
         // A refused signature comes back shorter than 64 bytes.
         if (signature.size() != BlobConverter::kCompactSignatureSize)
@@ -258,7 +244,7 @@ int signingContainer(CliContext &ctx, CliContext::Login login, Qt::HANDLE *handl
 
 int CryptoCommands::sign(CliContext &ctx)
 {
-    SignForm form(ctx);
+    const SignForm form(ctx);
     if (form.raw && ctx.has("compact"))
         return ctx.usage(QStringLiteral("sign --container C [--in FILE] [--raw|--compact] [--no-z]"));
     BatchRun batch(ctx, BatchRun::Mode::Sign);

@@ -50,17 +50,8 @@ bool TWCall::invoke(QObject *target, const char *method, TWArg result, std::init
 
 bool TWCall::invoke(QObject *target, const char *method, TWArg result, const TWArg *args, int count)
 {
-    const int index = find(target, method, result, args, count);
-    if (index < 0)
-        return false;
-    invokeAt(target, index, result, args, count);
-    return true;
-}
-
-int TWCall::find(QObject *target, const char *method, TWArg result, const TWArg *args, int count)
-{
     if (!target || !method)
-        return -1;
+        return false;
     // The run-time meta-object, so the most derived class's methods count.
     const QMetaObject *meta = target->metaObject();
     // Normalizing costs more than the search, and a signature that is found
@@ -70,17 +61,16 @@ int TWCall::find(QObject *target, const char *method, TWArg result, const TWArg 
     int index = meta->indexOfMethod(spelled.constData());
     if (index < 0)
         index = meta->indexOfMethod(QMetaObject::normalizedSignature(spelled.constData()).constData());
+    if (index < 0)
+        return false;
     // A slot of another type would be written through the wrong type.
-    if (index < 0 || (result.ptr && !returnsType(meta->method(index), result.typeName)))
-        return -1;
-    return index;
-}
+    if (result.ptr && !returnsType(meta->method(index), result.typeName))
+        return false;
 
-void TWCall::invokeAt(QObject *target, int index, TWArg result, const TWArg *args, int count)
-{
     QVarLengthArray<void *, 8> argv;
     argv.append(result.ptr);
     for (int i = 0; i < count; ++i)
         argv.append(args[i].ptr);
     QMetaObject::metacall(target, QMetaObject::InvokeMetaMethod, index, argv.data());
+    return true;
 }

@@ -67,11 +67,6 @@ public:
     static bool invoke(QObject *target, const char *method, TWArg result, std::initializer_list<TWArg> args);
     // The same with an argument list built at run time.
     static bool invoke(QObject *target, const char *method, TWArg result, const TWArg *args, int count);
-    // invoke() in two steps, for a method called again and again (a batch):
-    // the index of the method that invoke() would call, or -1, and the
-    // call by that index with arguments of the same types.
-    static int find(QObject *target, const char *method, TWArg result, const TWArg *args, int count);
-    static void invokeAt(QObject *target, int index, TWArg result, const TWArg *args, int count);
 
     // "name(Type1,Type2)", normalized.
     static QByteArray signature(const char *method, std::initializer_list<TWArg> args);
@@ -105,22 +100,6 @@ template <typename R, typename... A>
 bool twCall(QObject *target, const char *method, R &result, A &&...args)
 {
     return TWCall::invoke(target, method, twcall_detail::slot(result), {twcall_detail::slot(args)...});
-}
-
-// twCall() looked up once: the index for these argument types, or -1; then
-// the calls by that index.
-template <typename R, typename... A>
-int twFind(QObject *target, const char *method, R &result, A &&...args)
-{
-    const TWArg list[] = {twcall_detail::slot(result), twcall_detail::slot(args)...};
-    return TWCall::find(target, method, list[0], list + 1, int(sizeof...(A)));
-}
-
-template <typename R, typename... A>
-void twCallAt(QObject *target, int index, R &result, A &&...args)
-{
-    const TWArg list[] = {twcall_detail::slot(result), twcall_detail::slot(args)...};
-    TWCall::invokeAt(target, index, list[0], list + 1, int(sizeof...(A)));
 }
 
 // The same for methods whose result the caller does not want.
