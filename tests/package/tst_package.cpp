@@ -3,7 +3,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <quazip/quazip.h>
 #include <quazip/quazipfile.h>
@@ -19,6 +22,18 @@ namespace {
 
 const QString kConfig = QStringLiteral("<driver version=\"2.0\"><name>Fam</name><protocol>skf</protocol>"
                                        "<argument>libtoken.so</argument></driver>");
+
+// A socket's file: it stands in the folder, yet nothing can open it.
+bool socketFile(const QString &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof(address.sun_path));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const bool bound = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
+    ::close(fd);
+    return bound;
+}
 
 // Files under root, "path=content", "path->link target", and zip entries
 // "archive.kdp!entry=content" or "archive.kdp!entry->target"; "archive.kdp~"
@@ -47,6 +62,7 @@ bool make(const QString &root, const QStringList &files)
         QDir().mkpath(QFileInfo(path).path());
         QFile file(path);
         if (kv.value(1) == QLatin1String("{FIFO}") ? ::mkfifo(QFile::encodeName(path).constData(), 0600) != 0
+            : kv.value(1) == QLatin1String("{SOCKET}") ? !socketFile(path)
             : link ? !QFile::link(kv.at(1), path)
                  : kv.size() < 2 ? !QDir().mkpath(path)
                                  : !file.open(QIODevice::WriteOnly) || file.write(kv.at(1).toLatin1()) < 0)
@@ -173,8 +189,8 @@ private slots:
                                 << QStringList{"open| end. unknow format"} << QStringList();
         QTest::newRow("no config") << QStringList{"p"} << "p" << false << ""
                                    << QStringList{"open| end. configPath invalidate"} << QStringList();
-        QTest::newRow("config unreadable") << QStringList{"p/config.xml"} << "p" << false << ""
-                                           << QStringList{"load| open failed."} << QStringList();
+        QTest::newRow("config unreadable") << QStringList{"p/config.xml={SOCKET}"} << "p" << false << ""
+                                           << QStringList{"load| config.xml cannot be opened", ">load| open failed."} << QStringList();
         for (const char *xml : {"not xml", "", "<driver><name>x</driver>", "\xff\xfe<"})
             QTest::newRow(qPrintable(QStringLiteral("xml '%1'").arg(xml)))
                 << QStringList{QStringLiteral("p/config.xml=") + QLatin1String(xml)} << "p" << false << ""
