@@ -3,6 +3,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -217,7 +219,7 @@ private slots:
             << "pk/fam.v2.kdp" << true << "version=2.0;name=Fam;kdpFile=1;work={ROOT}/pk/fam.v2"
             << QStringList{"isKDPFile| isKDPFile: 1"} << QStringList{"pk/fam.v2/sub/data.bin", "pk/fam.v2/config.xml"};
         QTest::newRow("packed one level down") << QStringList{"nested.kdp!inner/config.xml={CFG}"} << "nested.kdp" << false
-                                               << "" << QStringList{"open| end. configPath invalidate"}
+                                               << "" << QStringList{"open| unpack refused*|0", "open| end. configPath invalidate"}
                                                << QStringList{"nested/inner/config.xml"};
         QTest::newRow("not a zip") << QStringList{"fake.kdp=PK\x03\x04 but nothing else"} << "fake.kdp" << false << ""
                                    << QStringList{"open| unpack refused: not a zip archive", "open| end. configPath invalidate"}
@@ -264,6 +266,11 @@ private slots:
             << false << "" << QStringList{"open| unpack refused: damaged archive"} << QStringList{"!dz"};
         QTest::newRow("an entry's data damaged") << QStringList{"dc.kdp!config.xml={CFG}", "dc.kdp~~"} << "dc.kdp" << false << ""
             << QStringList{"open| unpack refused: damaged archive"} << QStringList{"!dc"};
+        QString numbers;
+        for (int i = 0; i < 3000; ++i)
+            numbers += QString::number(i) + QLatin1Char(',');
+        QTest::newRow("a full disk") << QStringList{"{FULL}", "fd.kdp!config.xml={CFG}", "fd.kdp!big=" + numbers} << "fd.kdp" << false
+            << "" << QStringList{"open| unpack refused: cannot write \"big\""} << QStringList{"!fd"};
         QStringList many{"me.kdp!config.xml={CFG}"};
         for (int i = 0; i < 4096; ++i)
             many << QStringLiteral("me.kdp!f%1=").arg(i);
@@ -280,9 +287,18 @@ private slots:
         QFETCH(QString, path);
         QFETCH(QString, fields);
         QFETCH(QStringList, after);
+        // "{FULL}": no file may grow past 4 KiB while the package opens.
+        rlimit was{}, cut{};
+        ::getrlimit(RLIMIT_FSIZE, &was);
+        cut = was;
+        cut.rlim_cur = files.removeAll(QStringLiteral("{FULL}")) ? 4096 : was.rlim_cur;
         QVERIFY(make(root, files));
         KeyDriverPackage kdp(path.isEmpty() ? QString() : root + QLatin1Char('/') + path);
-        QTEST(kdp.open(), "opens");
+        std::signal(SIGXFSZ, SIG_IGN);
+        ::setrlimit(RLIMIT_FSIZE, &cut);
+        const bool opened = kdp.open();
+        ::setrlimit(RLIMIT_FSIZE, &was);
+        QTEST(opened, "opens");
         for (const QString &f : fields.split(QLatin1Char(';'), Qt::SkipEmptyParts))
             QCOMPARE(f.section('=', 0, 0) + '=' + field(kdp, f.section('=', 0, 0)), QString(f).replace("{ROOT}", root));
         kdp.close();
