@@ -241,7 +241,7 @@ private slots:
                 .calls({R"(SKF_VerifyPIN(h1, 1, "12345678", ->*) = 0x00000000)"}),
             Row("new label without a read").before("SetlabelName", {"new label"}).call("labelName").is("\"new label\"")
                 .calls({}).then("serialNumber", {}, "\"SN*\""),
-            Row("a multi-byte label cut short").call("SetlabelName", {"标签名"}).log({" Changed DevInfo"}).then("labelName", {}, "\"标\""),
+            Row("a multi-byte label cut short").call("SetlabelName", {"标签名"}).log({"[SetlabelName] Changed DevInfo"}).then("labelName", {}, "\"标\""),
             Row("open reads each object once").loose().token(objects).before("close").call("open").is("true")
                 .calls(QStringList{"SKF_ConnectDev(*", "SKF_GetDevInfo(*", "SKF_EnumApplication(*", "SKF_EnumApplication(*",
                                    "SKF_OpenApplication(*", "SKF_EnumFiles(*", "SKF_EnumFiles(*"}
@@ -263,7 +263,7 @@ private slots:
                 .calls(QStringList{"SKF_EnumFiles(h1, null, *", "SKF_EnumFiles(h1, *"} + QStringList{
                     R"(SKF_GetFileInfo(h1, "PUBOBJ2", *)", R"(SKF_ReadFile(h1, "PUBOBJ2", 0, 27, *)", "...",
                     R"(SKF_ReadFile(h1, "PUBOBJZ", *)"})
-                .log({" value: abc", "[enumFiles] insert strName(A): key: 7;  value: PUBOBJ2", " updata strName: 7;  value: 7",
+                .log({"[enumFiles] value: abc", "[enumFiles] insert strName(A): key: 7;  value: PUBOBJ2", " updata strName: 7;  value: 7",
                       "[enumFiles] iNam(PUBOBJ): 10", " insert strName(A): key: 11;  value: PUBOBJ9", " iNam(PUBOBJ): 0"})
                 .then("enumFiles", {}, R"({"7","kfs_seal_1","11","1","6","33"})"),
             Row("an object reads less 52 bytes").loose().token(objects).call("readFile", {"11"}).is("[7]7061796c6f6164")
