@@ -209,6 +209,10 @@ private slots:
                 << QStringList{"load| config.xml nests deeper than 32 levels", ">load|end. xml parser failed."} << QStringList();
         QTest::newRow("33 levels, past a closed one") << QStringList{"p/config.xml=<a><b></b>" + QString("<a>").repeated(32) + QString("</a>").repeated(33)} << "p" << false << ""
                 << QStringList{"load| config.xml nests deeper than 32 levels", ">load|end. xml parser failed."} << QStringList();
+        const QString markup = QString("<a>").repeated(40);
+        QTest::newRow("markup in a comment, a CDATA section or an instruction does not nest")
+            << QStringList{v20.arg("<name>Fam</name><!-- " + markup + " --><![CDATA[" + markup + "]]><?pi " + markup + "?>")} << "p"
+            << true << "name=Fam" << QStringList() << QStringList();
         QTest::newRow("entities declared") << QStringList{"p/config.xml=<!DOCTYPE d [<!ENTITY e \"<a>\">]><d>&e;</d>"} << "p" << false << ""
             << QStringList{"load| config.xml declares entities"} << QStringList();
         QTest::newRow("where the xml breaks") << QStringList{"p/config.xml=<driver>\n\n<name>x</driver>"} << "p" << false << ""
