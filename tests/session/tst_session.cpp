@@ -12,6 +12,7 @@
 
 #include <QTemporaryDir>
 
+#include <cstring>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -257,6 +258,15 @@ private slots:
             Row("nor ready").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({}),
             Row("no driver information").call("getDriverType").is("0").then("getDriverPath", {}, "\"\""),
         });
+        // PrintError's buffer, which no caller in the library passes: the
+        // text and its end, also for a code without words or a line.
+        KeyObjectSKF key(nullptr, QString(), nullptr);
+        char text[64];
+        for (const auto &code : {qMakePair(0x0A000001u, QString("fail")), qMakePair(0x0C000039u, QString("未知的错误"))}) {
+            std::memset(text, 'x', sizeof(text));
+            key.PrintError(code.first, text);
+            QCOMPARE(QString::fromUtf8(text), code.second);
+        }
     }
 
     // A device-state file that is no small plain file, at a new session's open:
