@@ -11,6 +11,7 @@
 #include "kdpfixture.h"
 #include "logcheck.h"
 #include "native/keydrivertwf.h"
+#include "native/keyobjecttwf.h"
 #include "package/keydriverpackage.h"
 #include "session/keyobject.h"
 #include "softtokenengine.h"
@@ -107,7 +108,17 @@ private slots:
         QVERIFY(driver.load());
         TW_VERIFY_LOG(core, {"load| end|1"});
         QCOMPARE(driver.enumDev(), QStringList{QStringLiteral("tok")});
+        {
+            // A session made apart, whose token won't connect: its open says so.
+            QVERIFY(store.engine.setFault(QStringLiteral("tok"), QStringLiteral("TWF_ConnectDev"), 0x0A000023, 1));
+            KeyObjectTWF refused(&package, QStringLiteral("tok"), &driver);
+            QVERIFY(!refused.open() && !refused.isOpen());
+        }
+        auto *kept = new KeyObjectTWF(&package, QStringLiteral("tok"), &driver);
+        QVERIFY(kept->open());
         driver.unload();
+        // Its session stays, with no table to call through.
+        QVERIFY(!kept->verifyPin(QStringLiteral("12345678"), false));
         QStringList set;
 #define TW_SET_ROW(name, required)                                                                                     \
         if (driver.p##name)                                                                                                \
