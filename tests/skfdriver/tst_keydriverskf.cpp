@@ -41,7 +41,8 @@ class TstKeyDriverSKF : public QObject
     {
         const QString store = storeDir.path() + QStringLiteral("/s%1").arg(++rows);
         engine = std::make_unique<SoftTokenEngine>(store);
-        package = kdp.addTracedToken(QStringLiteral("t%1").arg(rows), store);
+        package = kdp.kdpPath() + QStringLiteral("/t%1").arg(rows);
+        QVERIFY(KdpFixture::writeTracedToken(package, store));
         for (const QString &t : list) {
             SoftTokenEngine::DeviceOptions o;
             o.name = t.section(':', 0, 0);

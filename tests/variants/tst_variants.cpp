@@ -8,7 +8,6 @@
 #include "devicestore.h"
 #include "isolatedtest.h"
 #include "sessionrows.h"
-#include "testhost.h"
 #include "package/keydriverpackage.h"
 #include "session/keyobjectskf.h"
 #include "skf/keydriverskf.h"
