@@ -26,7 +26,9 @@ namespace {
 // Past the session's open clock (800 ms), with a margin for a slow clock tick.
 const int kAgeMsecs = 830;
 
-QString shownBytes(const QByteArray &b)
+} // namespace
+
+QString conf::shownBytes(const QByteArray &b)
 {
     const QString head = QStringLiteral("[%1]").arg(b.size());
     if (b.size() <= 16)
@@ -36,6 +38,8 @@ QString shownBytes(const QByteArray &b)
         h = (h ^ quint8(c)) * 16777619u;
     return head + QStringLiteral("#%1").arg(h, 8, 16, QLatin1Char('0'));
 }
+
+namespace {
 
 QString shown(const QVariant &v)
 {
@@ -156,25 +160,20 @@ QString unbalanced(const QStringList &log, const QStringList &mayStayOpen)
 }
 
 // Handles renamed h1, h2... in order of their first appearance in the row.
-QStringList renamed(const QStringList &lines)
+QStringList renamed(QStringList lines)
 {
     static const QRegularExpression handle(QStringLiteral("\\bh(\\d+)\\b"));
     QMap<QString, QString> names;
-    QStringList out;
-    for (QString line : lines) {
-        QString result;
-        int last = 0;
-        for (auto it = handle.globalMatch(line); it.hasNext();) {
-            const QRegularExpressionMatch m = it.next();
+    for (QString &line : lines) {
+        for (QRegularExpressionMatch m = handle.match(line); m.hasMatch();) {
             QString &name = names[m.captured(1)];
             if (name.isEmpty())
                 name = QStringLiteral("h%1").arg(names.size());
-            result += line.mid(last, m.capturedStart() - last) + name;
-            last = m.capturedEnd();
+            line.replace(m.capturedStart(), m.capturedLength(), name);
+            m = handle.match(line, m.capturedStart() + name.size());
         }
-        out << result + line.mid(last);
     }
-    return out;
+    return lines;
 }
 
 QString listed(const QStringList &lines)

@@ -119,6 +119,9 @@ private:
 
 // A log line at error level with the code in it: errorLine(" X failed,ret = %d", code).
 QString errorLine(const char *format, quint32 code);
+// Bytes as a result shows them: "[size]" and the hex digits, or past 16
+// bytes "#" and their FNV-1a hash.
+QString shownBytes(const QByteArray &bytes);
 // PrintError's standard-output line for a text of the code table.
 QString printed(const QString &text, const char *tag = "TWKeyObjectSkf");
 
