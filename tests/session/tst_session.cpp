@@ -168,7 +168,6 @@ private slots:
             Row("the device-state file holds the cut serial").token(::identity).call("TWKey.count").is("1")
                 .state("SN20CHAR"),
             Row("serial cut to eight").token(::identity).call("serialNumber").is("\"SN20CHAR\""),
-            Row("whole serial").reuse().call("serialNumberEx").is("\"SN20CHARSERIAL000001\""),
         });
     }
 

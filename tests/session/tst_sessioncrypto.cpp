@@ -93,8 +93,6 @@ private slots:
             in("r1", "generate 1024 bits").call("genRSAKeyPair", {ref("c"), 1024}).is("[268]*")
                 .calls({"SKF_GenRSAKeyPair(h1, 1024, ->[268]#*) = 0x00000000"})
                 .log({"[genRSAKeyPair] start", " SKF_GenRSAKeyPair", "[genRSAKeyPair] end."}),
-            in("r1", "generate 2048 bits").call("genRSAKeyPair", {ref("c"), 2048}).is("[268]*")
-                .calls({"SKF_GenRSAKeyPair(h1, 2048, ->[268]#*) = 0x00000000"}),
             bare("r1", "generate without login").call("genRSAKeyPair", {ref("c"), 1024}).is("[0]").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({"SKF_GenRSAKeyPair(h1, 1024, out) = 0x0A00002D"}).out({printed("用户没有登录")})
                 .log({errorLine(" SKF_GenRSAKeyPair failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end."}),
@@ -114,8 +112,6 @@ private slots:
                 .out({printed("fail")}),
             bare("r1", "import without a wrapped key").open({"importRSAKeyPair"}).call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin(""), bin("e")})
                 .is("false").err(SAR_INDATALENERR).calls({}).log({"-* SKF_ImportRSAKeyPair"}),
-            bare("r1", "import without the private key").open({"importRSAKeyPair"}).call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin("w"), bin("")})
-                .is("false").err(SAR_INDATALENERR).calls({}),
             Row("import into null").call("importRSAKeyPair", {nullHandle(), SGD_SM4_ECB, bin("w"), bin("e")}).is("false")
                 .err(SAR_INVALIDHANDLEERR).calls({}),
             closed("import without application").call("importRSAKeyPair", {nullHandle(), 1, bin("w"), bin("e")}).is("false")
@@ -146,8 +142,6 @@ private slots:
                 .log({errorLine(" pSKF_RSAVerify failed.ret = %d", SAR_FAIL), "[rsaVerify] end"}).out({printed("fail")}),
             Row("verify without a key").open({"rsaVerify"}).call("rsaVerify", {bin(""), bin("d"), bin("s")}).is("false").err(SAR_INDATALENERR)
                 .calls({}).log({" start.parameter invalid"}),
-            Row("verify without data").open({"rsaVerify"}).call("rsaVerify", {bin("k"), bin(""), bin("s")}).is("false").err(SAR_INDATALENERR).calls({}),
-            Row("verify without a signature").open({"rsaVerify"}).call("rsaVerify", {bin("k"), bin("d"), bin("")}).is("false").err(SAR_INDATALENERR),
             halfOpen("verify needs the device only").call("rsaVerify", {bin("k"), bin("d"), bin("s")}).is("false").err(Any)
                 .calls({"SKF_RSAVerify(h1, [268]#6e4a464e, [1]64, 1, [1]73, 1) = *"}).out({"..."}), // short blobs zero-padded
             closed("verify without device").call("rsaVerify", {bin("k"), bin("d"), bin("s")}).is("false")
@@ -225,8 +219,6 @@ private slots:
                 .log({errorLine(" SKF_ECCVerify failed.ret = %d", SAR_INDATALENERR)}).out({printed("输入数据长度错误")}),
             Row("verify without a key").open({"eccVerify"}).call("eccVerify", {bin(""), bin("d"), bin("s")}).is("false").err(SAR_INDATALENERR)
                 .calls({}).log({" start.parameter invalid"}),
-            Row("verify without data").open({"eccVerify"}).call("eccVerify", {bin("k"), bin(""), bin("s")}).is("false").err(SAR_INDATALENERR),
-            Row("verify without a signature").open({"eccVerify"}).call("eccVerify", {bin("k"), bin("d"), bin("")}).is("false").err(SAR_INDATALENERR),
             halfOpen("verify needs the device only").call("eccVerify", {bin("k"), bin("d"), bin("s")}).is("false")
                 .err(Any).calls({"SKF_ECCVerify(h1, [132]#af42c68e, [1]64, 1, [128]#9361e9b6) = *"}).out({"..."}),
             closed("verify without device").call("eccVerify", {bin("k"), bin("d"), bin("s")}).is("false")
@@ -251,8 +243,6 @@ private slots:
             in("c1", "compact signature: the hash fails").open({"digest", "digestInit"}).second("SKF_Digest", SAR_FAIL)
                 .call("eccSimpleSign", {ref("c"), bin("m"), false}).is("[0]").err(SAR_FAIL).log({"end. digest failed."})
                 .out({printed("fail")}),
-            in("c1", "compact signature of nothing").open({"digest", "digestInit"}).call("eccSimpleSign", {ref("c"), bin(""), false}).is("[0]")
-                .err(SAR_INDATALENERR).log({"end. digest failed."}),
             Row("compact signature with null").call("eccSimpleSign", {nullHandle(), bin("m"), true}).is("[0]")
                 .err(SAR_INVALIDHANDLEERR).calls({}).log({" end. container = null"}),
             closed("compact signature without application").call("eccSimpleSign", {nullHandle(), bin("m"), true}).is("[0]")
@@ -318,8 +308,7 @@ private slots:
                 .calls(sm3abc).log({" ulHashLen(1): 32", " m_AlgID: 1", " 1", " ulHashLen(2): 32", " 2", "[digest] end"}),
             Row("SHA-1").before("digestInit", {SGD_SHA1, bin(""), ""}, "h").call("digest", {ref("h"), bin("abc")})
                 .is("[20]#*").calls({"SKF_Digest(h1, [3]616263, 3, null, 0->20) = 0x00000000", "SKF_Digest(h1, *, 20->20) = 0x00000000"}),
-            Row("SHA-256").before("digestInit", {SGD_SHA256, bin(""), ""}, "h").call("digest", {ref("h"), bin("abc")}).is("[32]*"),
-            Row("the algorithm sizes the buffer").before("digestInit", {SGD_SM3, bin(""), ""}, "h").lie("SKF_Digest", 5)
+            Row("the algorithm sizes the buffer").before("digestInit", {SGD_SHA256, bin(""), ""}, "h").lie("SKF_Digest", 5)
                 .call("digest", {ref("h"), bin("abc")}).is("[32]*")
                 .calls({"SKF_Digest(h1, [3]616263, 3, null, 0->37) = 0x00000000", sm3abc[1]}),
             Row("and the result").before("digestInit", {SGD_SHA1, bin(""), ""}, "h").lie("SKF_Digest", -4, 1, 1)
