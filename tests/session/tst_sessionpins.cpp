@@ -43,8 +43,7 @@ private slots:
                 .out({printed("密码错误")}),
             Row("admin PIN of two reaches the token").call("verifyPin", {"88", true}).is("false").err(SAR_PIN_INCORRECT)
                 .calls({R"(SKF_VerifyPIN(h1, 0, "88", ->9) = 0x0A000024)"}).out({printed("密码错误")}),
-            closed("verifyPin without application").call("verifyPin", {kUser, false}).is("false").err(SAR_USER_NOT_LOGGED_IN)
-                .calls({}).log({"[verifyPinEx] end . app is null"}),
+            onClosed("verifyPinEx", {kUser, false}, "false"),
 
             Row("change user PIN").call("changePIN", {false, kUser, "87654321"}).is("true")
                 .calls({R"(SKF_ChangePIN(h1, 1, "12345678", "87654321", ->6) = 0x00000000)"}).log({" SKF_ChangePIN", " end"})
@@ -56,16 +55,14 @@ private slots:
             Row("admin PINs are not measured").call("changePIN", {true, "88", "123"}).is("false").err(SAR_PIN_LEN_RANGE)
                 .calls({R"(SKF_ChangePIN(h1, 0, "88", "123", ->0) = 0x0A000027)"})
                 .log({errorLine(" SKF_ChangePIN failed,ret = %d", SAR_PIN_LEN_RANGE), " end."}),
-            closed("change without application").call("changePIN", {false, "1", "2"}).is("false")
-                .err(SAR_USER_NOT_LOGGED_IN).calls({}).log({"[changePIN] end . app is null"}),
+            onClosed("changePIN", {false, "1", "2"}, "false"),
 
             Row("unblock with the built-in admin PIN").token(builtInAdmin).call("resetUserPin").is("true")
                 .calls({kUnblockFirst.left(kUnblockFirst.size() - 1) + "0x00000000"})
                 .then("verifyPin", {kDefaultUser, false}, "true"),
             Row("unblock fails without a package admin PIN").open({"resetUserPin"}).call("resetUserPin").is("false").err(SAR_PIN_INCORRECT)
                 .calls({kUnblockFirst}).log({errorLine(" SKF_UnblockPIN first failed,ret = %d", SAR_PIN_INCORRECT)}),
-            closed("unblock without application").call("resetUserPin").is("false").err(SAR_USER_NOT_LOGGED_IN).calls({})
-                .log({"[resetUserPin] end . app is null"}),
+            onClosed("resetUserPin", {}, "false"),
             Row("unblock with an empty admin PIN is a success").open({"resetUserPin", "resetUserPinV1"}).call("resetUserPinV1", {"", "11112222"}).is("true")
                 .err(SAR_PIN_INCORRECT).calls({kUnblockFirst}).log({" AdminPinLength: 0", " NewUserPinLength: 8"}),
             Row("unblock to a given user PIN").call("resetUserPinV1", {kAdmin, "11112222"}).is("true")
@@ -78,16 +75,14 @@ private slots:
             Row("unblock on a removed token keeps the session").open({"resetUserPinV1"}).fault("SKF_UnblockPIN", SAR_DEVICE_REMOVED)
                 .call("resetUserPinV1", {kAdmin, ""}).is("false").err(SAR_DEVICE_REMOVED).calls({"SKF_UnblockPIN(*"})
                 .then("GetPINInfo", {1, 1}, "6"),
-            closed("unblock V1 without application").call("resetUserPinV1", {kAdmin, kUser}).is("false")
-                .err(SAR_USER_NOT_LOGGED_IN).calls({}).log({"[resetUserPinV1] end . app is null"}),
+            onClosed("resetUserPinV1", {kAdmin, kUser}, "false"),
 
             Row("admin PIN already the built-in one").token(builtInAdmin).call("resetAdminPin").is("true")
                 .calls({R"(SKF_VerifyPIN(h1, 0, "QmVR2kdLZTTHpXsa", ->10) = 0x00000000)"}).log({"[resetAdminPin] end"}),
             Row("no package admin PIN: success on paper").call("resetAdminPin").is("true").err(SAR_PIN_INCORRECT)
                 .calls({R"(SKF_VerifyPIN(h1, 0, "QmVR2kdLZTTHpXsa", ->9) = 0x0A000024)"})
                 .log({" strDefaultAdminPin: ", "[resetAdminPin] end"}).out({printed("密码错误")}),
-            closed("admin reset without application").call("resetAdminPin").is("false").err(SAR_USER_NOT_LOGGED_IN)
-                .calls({}).log({"[resetAdminPin] end . app is null"}),
+            onClosed("resetAdminPin", {}, "false"),
 
             Row("user retries left").call("GetPINInfo", {1, 1}).is("6")
                 .calls({"SKF_GetPINInfo(h1, 1, ->6, ->6, ->1) = 0x00000000"}).log({" SKF_GetPINInfo "}),
@@ -98,8 +93,7 @@ private slots:
             Row("PIN info fails").open({"GetPINInfo"}).fault("SKF_GetPINInfo", SAR_FAIL).call("GetPINInfo", {1, 0}).is("0").err(SAR_FAIL)
                 .calls({"SKF_GetPINInfo(h1, 1, ->0, ->0, ->0) = 0x0A000001"})
                 .log({errorLine(" SKF_GetPINInfo failed,ret = %d", SAR_FAIL)}).then("GetPINInfo", {1, 0}, "6"),
-            closed("PIN info without application").call("GetPINInfo", {1, 1}).is("0").err(SAR_USER_NOT_LOGGED_IN).calls({})
-                .log({"[GetPINInfo] end . app is null"}),
+            onClosed("GetPINInfo", {1, 1}, "0"),
         });
     }
 
@@ -154,8 +148,7 @@ private slots:
                         R"(SKF_VerifyPIN(h1, 0, "QmVR2kdLZTTHpXsa", ->9) = 0x0A000024)", R"(SKF_VerifyPIN(h1, 0, "", ->8) = 0x0A000024)"})
                 .log({" strDefaultAdminPin: ", " end. DefaultAdminPin fail"}).out({printed("密码错误"), printed("密码错误")})
                 .then("enumFiles", {}, "{}"),
-            closed("format without application").call("formatKey").is("false").err(SAR_USER_NOT_LOGGED_IN).calls({})
-                .log({"[formatKey] end . app is null"}),
+            onClosed("formatKey", {}, "false"),
         });
     }
 };
