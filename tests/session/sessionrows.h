@@ -59,7 +59,6 @@ inline Row onNull(const char *method, const QList<Val> &args, const char *shows,
 // application does not open.
 inline Row halfOpen(const QString &tag) { return closed(tag).fault("SKF_OpenApplication", SAR_FAIL).before("open"); }
 
-// A session logged in with the user PIN.
 inline Row user(const QString &tag) { return Row(tag).before("verifyPin", {kUser, false}); }
 
 // What a removed token's closing asks of the library: application, device.
@@ -70,7 +69,6 @@ inline QStringList closing(int app, int dev)
 
 inline std::function<void(DeviceData &)> serial(const QString &sn) { return [sn](DeviceData &d) { d.serial = sn; }; }
 
-// A file on the standard token's application.
 inline std::function<void(DeviceData &)> file(const QString &name, const QByteArray &data, quint32 read = 0xFF,
                                               quint32 write = 0xFF)
 {
