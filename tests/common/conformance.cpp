@@ -206,13 +206,6 @@ Row &Row::then(const QString &method, const QList<Val> &args, const QString &glo
     return m_then << qMakePair(Step{method, args, QString(), {}, false, {}}, glob), *this;
 }
 
-QString errorLine(const char *format, quint32 code) { return QLatin1Char('!') + QString::asprintf(format, int(code)); }
-
-QString printed(const QString &text, const char *tag)
-{
-    return QStringLiteral("[%1::PrintError] Error:%2 ").arg(QLatin1String(tag), text);
-}
-
 } // namespace conf
 
 // A row's device and session as its set-up left them, with what its steps saved.
@@ -241,8 +234,6 @@ struct Conformance::Private
 };
 
 Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, QStringLiteral(SKFTRACE_PATH), {}}) {}
-
-Conformance::Conformance(const QString &library) : Conformance(Options{KdpConfig(), library, {}}) {}
 
 Conformance::Conformance(const Options &options) : d(new Private)
 {

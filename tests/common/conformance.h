@@ -118,12 +118,15 @@ private:
 };
 
 // A log line at error level with the code in it: errorLine(" X failed,ret = %d", code).
-QString errorLine(const char *format, quint32 code);
+inline QString errorLine(const char *format, quint32 code) { return QLatin1Char('!') + QString::asprintf(format, int(code)); }
 // Bytes as a result shows them: "[size]" and the hex digits, or past 16
 // bytes "#" and their FNV-1a hash.
 QString shownBytes(const QByteArray &bytes);
 // PrintError's standard-output line for a text of the code table.
-QString printed(const QString &text, const char *tag = "TWKeyObjectSkf");
+inline QString printed(const QString &text, const char *tag = "TWKeyObjectSkf")
+{
+    return QStringLiteral("[%1::PrintError] Error:%2 ").arg(QLatin1String(tag), text);
+}
 
 } // namespace conf
 
@@ -142,7 +145,6 @@ public:
     };
 
     explicit Conformance(const KdpConfig &package = KdpConfig());
-    explicit Conformance(const QString &library);
     explicit Conformance(const Options &options);
     ~Conformance();
 

@@ -16,7 +16,6 @@ inline QString globExpression(const QString &glob)
     return QRegularExpression::escape(glob).replace(QStringLiteral("\\*"), QStringLiteral(".*"));
 }
 
-// The whole text against a glob.
 inline bool glob(const QString &pattern, const QString &text)
 {
     return QRegularExpression(QRegularExpression::anchoredPattern(globExpression(pattern))).match(text).hasMatch();

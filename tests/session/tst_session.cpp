@@ -221,7 +221,7 @@ private slots:
     // on its own, after its other guards.
     void withoutSeal()
     {
-        Conformance suite{QStringLiteral(SKFTRACE_NOEPS_PATH)};
+        Conformance suite(Conformance::Options{KdpConfig(), QStringLiteral(SKFTRACE_NOEPS_PATH), {}});
         suite.run({
             Row("read").call("epsReadESealData", {1, 2}).is("[0]").err(SAR_INVALIDHANDLEERR).calls({})
                 .log({" end . pEPS_ReadESealData is null"}),
