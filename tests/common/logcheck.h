@@ -10,10 +10,12 @@
 
 namespace LogCheck {
 
-// A glob as a regular expression: '*' is any text, all else literal.
+// A glob as a regular expression: '*' is any text, "%d" a number, all else literal.
 inline QString globExpression(const QString &glob)
 {
-    return QRegularExpression::escape(glob).replace(QStringLiteral("\\*"), QStringLiteral(".*"));
+    return QRegularExpression::escape(glob)
+        .replace(QStringLiteral("\\*"), QStringLiteral(".*"))
+        .replace(QStringLiteral("\\%d"), QStringLiteral("-?\\d+"));
 }
 
 inline bool glob(const QString &pattern, const QString &text)

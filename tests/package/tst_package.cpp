@@ -3,7 +3,12 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <quazip/quazip.h>
 #include <quazip/quazipfile.h>
@@ -19,6 +24,18 @@ namespace {
 
 const QString kConfig = QStringLiteral("<driver version=\"2.0\"><name>Fam</name><protocol>skf</protocol>"
                                        "<argument>libtoken.so</argument></driver>");
+
+// A socket's file: it stands in the folder, yet nothing can open it.
+bool socketFile(const QString &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof(address.sun_path));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const bool bound = fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
+    ::close(fd);
+    return bound;
+}
 
 // Files under root, "path=content", "path->link target", and zip entries
 // "archive.kdp!entry=content" or "archive.kdp!entry->target"; "archive.kdp~"
@@ -47,6 +64,7 @@ bool make(const QString &root, const QStringList &files)
         QDir().mkpath(QFileInfo(path).path());
         QFile file(path);
         if (kv.value(1) == QLatin1String("{FIFO}") ? ::mkfifo(QFile::encodeName(path).constData(), 0600) != 0
+            : kv.value(1) == QLatin1String("{SOCKET}") ? !socketFile(path)
             : link ? !QFile::link(kv.at(1), path)
                  : kv.size() < 2 ? !QDir().mkpath(path)
                                  : !file.open(QIODevice::WriteOnly) || file.write(kv.at(1).toLatin1()) < 0)
@@ -173,8 +191,8 @@ private slots:
                                 << QStringList{"open| end. unknow format"} << QStringList();
         QTest::newRow("no config") << QStringList{"p"} << "p" << false << ""
                                    << QStringList{"open| end. configPath invalidate"} << QStringList();
-        QTest::newRow("config unreadable") << QStringList{"p/config.xml"} << "p" << false << ""
-                                           << QStringList{"load| open failed."} << QStringList();
+        QTest::newRow("config unreadable") << QStringList{"p/config.xml={SOCKET}"} << "p" << false << ""
+                                           << QStringList{"load| config.xml cannot be opened", ">load| open failed."} << QStringList();
         for (const char *xml : {"not xml", "", "<driver><name>x</driver>", "\xff\xfe<"})
             QTest::newRow(qPrintable(QStringLiteral("xml '%1'").arg(xml)))
                 << QStringList{QStringLiteral("p/config.xml=") + QLatin1String(xml)} << "p" << false << ""
@@ -201,7 +219,7 @@ private slots:
             << "pk/fam.v2.kdp" << true << "version=2.0;name=Fam;kdpFile=1;work={ROOT}/pk/fam.v2"
             << QStringList{"isKDPFile| isKDPFile: 1"} << QStringList{"pk/fam.v2/sub/data.bin", "pk/fam.v2/config.xml"};
         QTest::newRow("packed one level down") << QStringList{"nested.kdp!inner/config.xml={CFG}"} << "nested.kdp" << false
-                                               << "" << QStringList{"open| end. configPath invalidate"}
+                                               << "" << QStringList{"open| unpack refused*|0", "open| end. configPath invalidate"}
                                                << QStringList{"nested/inner/config.xml"};
         QTest::newRow("not a zip") << QStringList{"fake.kdp=PK\x03\x04 but nothing else"} << "fake.kdp" << false << ""
                                    << QStringList{"open| unpack refused: not a zip archive", "open| end. configPath invalidate"}
@@ -248,6 +266,11 @@ private slots:
             << false << "" << QStringList{"open| unpack refused: damaged archive"} << QStringList{"!dz"};
         QTest::newRow("an entry's data damaged") << QStringList{"dc.kdp!config.xml={CFG}", "dc.kdp~~"} << "dc.kdp" << false << ""
             << QStringList{"open| unpack refused: damaged archive"} << QStringList{"!dc"};
+        QString numbers;
+        for (int i = 0; i < 3000; ++i)
+            numbers += QString::number(i) + QLatin1Char(',');
+        QTest::newRow("a full disk") << QStringList{"{FULL}", "fd.kdp!config.xml={CFG}", "fd.kdp!big=" + numbers} << "fd.kdp" << false
+            << "" << QStringList{"open| unpack refused: cannot write \"big\""} << QStringList{"!fd"};
         QStringList many{"me.kdp!config.xml={CFG}"};
         for (int i = 0; i < 4096; ++i)
             many << QStringLiteral("me.kdp!f%1=").arg(i);
@@ -264,9 +287,18 @@ private slots:
         QFETCH(QString, path);
         QFETCH(QString, fields);
         QFETCH(QStringList, after);
+        // "{FULL}": no file may grow past 4 KiB while the package opens.
+        rlimit was{}, cut{};
+        ::getrlimit(RLIMIT_FSIZE, &was);
+        cut = was;
+        cut.rlim_cur = files.removeAll(QStringLiteral("{FULL}")) ? 4096 : was.rlim_cur;
         QVERIFY(make(root, files));
         KeyDriverPackage kdp(path.isEmpty() ? QString() : root + QLatin1Char('/') + path);
-        QTEST(kdp.open(), "opens");
+        std::signal(SIGXFSZ, SIG_IGN);
+        ::setrlimit(RLIMIT_FSIZE, &cut);
+        const bool opened = kdp.open();
+        ::setrlimit(RLIMIT_FSIZE, &was);
+        QTEST(opened, "opens");
         for (const QString &f : fields.split(QLatin1Char(';'), Qt::SkipEmptyParts))
             QCOMPARE(f.section('=', 0, 0) + '=' + field(kdp, f.section('=', 0, 0)), QString(f).replace("{ROOT}", root));
         kdp.close();

@@ -45,7 +45,7 @@ private slots:
                       " KeyObjectSKF end"})
                 .state("SN-0"),
             Row("open within the clock asks nothing").open({"open"}).call("open").is("true").calls({})
-                .log({" KeyObjectSKF start", " timeTemp: *", "- start"}),
+                .log({" KeyObjectSKF start", " timeTemp: %d", "- start"}),
             Row("application without containers").token(noContainers).call("TWKey.count").is("0")
                 .calls(kEnumDev + kConnect.mid(0, 4) + QStringList{
                     R"(SKF_EnumContainer(h2, null, 0->1) = 0x00000000)", R"(SKF_EnumContainer(h2, ->{}, 1->1) = 0x00000000)",

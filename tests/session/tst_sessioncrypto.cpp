@@ -122,6 +122,8 @@ private slots:
             bare("r1", "sign without login").call("rsaSignData", {ref("c"), bin("x")}).is("[0]").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({"SKF_RSASignData(h1, [1]78, 1, null, 0->0) = 0x0A00002D"}).out({printed("用户没有登录")})
                 .log({errorLine(" pSKF_RSASignData failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end"}),
+            // A filled length past the buffer: what the buffer holds, its zero byte beyond the asked size included.
+            in("r1", "sign: a length past the buffer").lie("SKF_RSASignData", 2, 1, 1).call("rsaSignData", {ref("c"), bin("x")}).is("[129]*"),
             onNull("rsaSignData", {nullHandle(), bin("x")}, "[0]"),
             onClosed("rsaSignData", {nullHandle(), bin("x")}, "[0]"),
 
@@ -353,6 +355,8 @@ private slots:
             keyed("encrypt").before("encryptInit", {ref("k"), bin(kParam)}).call("encrypt", {ref("k"), bin(kBlock), 0}).is("[32]*")
                 .calls({"SKF_Encrypt(h1, [16]*, 16, null, 0->32) = 0x00000000", "SKF_Encrypt(h1, [16]*, 16, ->[32]#*, 32->32) = 0x00000000"})
                 .log({" SKF_Encrypt A", " ulEncryptedLen: 32", " SKF_Encrypt B", "[encrypt] end"}),
+            keyed("encrypt: a length past the buffer").before("encryptInit", {ref("k"), bin(kParam)}).lie("SKF_Encrypt", 2, 1, 1)
+                .call("encrypt", {ref("k"), bin(kBlock), 0}).is("[33]*"),
             keyed("encrypt: the size query fails").open({"encrypt"}).fault("SKF_Encrypt", SAR_DEVICE_REMOVED).call("encrypt", {ref("k"), bin("x"), 1})
                 .is("[0]").err(SAR_DEVICE_REMOVED).calls(QStringList{"SKF_Encrypt(h1, [1]78, 1, null, 0->0) = 0x0A000023"} + closing(2, 3))
                 .log({errorLine(" SKF_Encrypt failded.ret = %d.", SAR_DEVICE_REMOVED)}).out({printed("设备已移除")}),
@@ -377,6 +381,9 @@ private slots:
                 .call("decrypt", {ref("k"), ref("ct"), 7}).is("[16]73697874656*")
                 .calls({"SKF_Decrypt(h1, [32]#*, 32, null, 0->*) = 0x00000000", "SKF_Decrypt(h1, [32]#*, 32, ->[16]*, *->16) = 0x00000000"})
                 .log({" SKF_Decrypt A", " ulDecryptedLen: 16", " SKF_Decrypt B", "[decrypt] end"}),
+            keyed("decrypt: a length past the buffer").before("encryptInit", {ref("k"), bin(kParam)})
+                .before("encrypt", {ref("k"), bin(kBlock), 0}, "ct").before("decryptInit", {ref("k"), bin(kParam)})
+                .lie("SKF_Decrypt", 2, 1, 1).call("decrypt", {ref("k"), ref("ct"), 7}).is("[17]*"),
             keyed("decrypt: the size query fails").open({"decrypt"}).fault("SKF_Decrypt", SAR_DEVICE_REMOVED).call("decrypt", {ref("k"), bin("x"), 1})
                 .is("[0]").err(SAR_DEVICE_REMOVED).calls(QStringList{"SKF_Decrypt(*"} + closing(2, 3))
                 .log({errorLine(" SKF_Encrypt failded.ret = %d.", SAR_DEVICE_REMOVED)}).out({printed("设备已移除")}),
@@ -413,6 +420,8 @@ private slots:
                 .calls({"EPS_ReadESealData(h1, 7, 0x401, null, 0->4, 0x1) = 0x00000000",
                         "EPS_ReadESealData(h1, 7, 0x401, ->[4]5345414c, 4->4, 0x1) = 0x00000000"})
                 .log({" ESP_ReadESealData A", "ulOutSize: 4", " ESP_ReadESealData B", "[epsReadESealData] end."}),
+            Row("read a length past the buffer").token(sealed).lie("EPS_ReadESealData", 2, 1, 1).call("epsReadESealData", {7, SGD_SM4_ECB, 1})
+                .is("[5]5345414c00"),
             Row("no seal").call("epsReadESealData", {1, 2}).is("[0]").calls({"EPS_ReadESealData(h1, 1, 0x2, null, 0->0, 0x0) = 0x00000000"})
                 .log({"ulOutSize: 0", " end . ulOutSize is 0"}),
             Row("read: the size query fails").open({"epsReadESealData"}).token(sealed).fault("EPS_ReadESealData", SAR_DEVICE_REMOVED)

@@ -105,13 +105,13 @@ void objects(DeviceData &d)
 QList<Row> probing(const char *tag, const char *pinInfoWord)
 {
     return {
-        Row("open within the clock asks nothing").call("open").is("true").calls({}).log({" timeTemp: *"}),
+        Row("open within the clock asks nothing").call("open").is("true").calls({}).log({" timeTemp: %d"}),
         Row("after the clock one size query").aged().call("open").is("true")
             .calls({"SKF_EnumFiles(h1, null, 0->1) = 0x00000000"})
             .log({" SKF_EnumFiles start", " SKF_EnumFiles end", " enumFiles", "- SKF_ConnectDev"}),
         Row("failed probe connects again").loose().aged().fault("SKF_EnumFiles", SAR_FAIL).call("open").is("true")
             .calls(QStringList{"SKF_EnumFiles(h1, null, 0->0) = 0x0A000001"} + kReconnect)
-            .log({" SKF_EnumFiles start", "[closeV1] start", " SKF_ConnectDev", " SKF_ConnectDev ok", " SKF_GetDevInfo ", " openApplication", " SKF_EnumApplication 3 ulSize: *",
+            .log({" SKF_EnumFiles start", "[closeV1] start", " SKF_ConnectDev", " SKF_ConnectDev ok", " SKF_GetDevInfo ", " openApplication", " SKF_EnumApplication 3 ulSize: %d",
                   " appNameList: TW_APP*",
                   "[enumApplication] end", "[openApplication] start", "[openApplication] end", "[openApplication] end"}),
         Row("pulled token: no second close, no words").aged().pull().call("open").is("false").err(SAR_DEVICE_REMOVED)
