@@ -26,7 +26,9 @@ namespace {
 // Past the session's open clock (800 ms), with a margin for a slow clock tick.
 const int kAgeMsecs = 830;
 
-QString shownBytes(const QByteArray &b)
+} // namespace
+
+QString conf::shownBytes(const QByteArray &b)
 {
     const QString head = QStringLiteral("[%1]").arg(b.size());
     if (b.size() <= 16)
@@ -36,6 +38,8 @@ QString shownBytes(const QByteArray &b)
         h = (h ^ quint8(c)) * 16777619u;
     return head + QStringLiteral("#%1").arg(h, 8, 16, QLatin1Char('0'));
 }
+
+namespace {
 
 QString shown(const QVariant &v)
 {
@@ -63,16 +67,11 @@ QString shown(const QVariant &v)
     }
 }
 
+// A saved value passed on under the name the method takes it by.
 const char *typeOf(const QVariant &v)
 {
-    switch (v.userType()) {
-    case QMetaType::VoidStar:
-        return "Qt::HANDLE";
-    case QMetaType::ULongLong:
-        return "quint64";
-    default:
-        return v.typeName();
-    }
+    const int type = v.userType();
+    return type == QMetaType::VoidStar ? "Qt::HANDLE" : type == QMetaType::ULongLong ? "quint64" : v.typeName();
 }
 
 // Lines against patterns, "..." standing for any number of lines.
@@ -105,15 +104,13 @@ QStringList messages(const TWCore &core)
 
 // A pattern with "[fn]" names the function; without, it matches the
 // message whatever function logged it.
-bool logMatch(QString want, const QString &line)
+bool logMatch(const QString &want, const QString &line)
 {
     const bool error = want.startsWith(QLatin1Char('!'));
     if (error != line.startsWith(QLatin1Char('!')))
         return false;
-    const QString text = error ? line.mid(1) : line;
-    if (error)
-        want.remove(0, 1);
-    return glob(want, text) || (!want.startsWith(QLatin1Char('[')) && glob(want, text.mid(text.indexOf(QLatin1Char(']')) + 1)));
+    const QString text = line.mid(error), pattern = want.mid(error);
+    return glob(pattern, text) || (!pattern.startsWith(QLatin1Char('[')) && glob(pattern, text.mid(text.indexOf(QLatin1Char(']')) + 1)));
 }
 
 QString logProblem(const QStringList &expected, const QStringList &log)
@@ -163,25 +160,20 @@ QString unbalanced(const QStringList &log, const QStringList &mayStayOpen)
 }
 
 // Handles renamed h1, h2... in order of their first appearance in the row.
-QStringList renamed(const QStringList &lines)
+QStringList renamed(QStringList lines)
 {
     static const QRegularExpression handle(QStringLiteral("\\bh(\\d+)\\b"));
     QMap<QString, QString> names;
-    QStringList out;
-    for (QString line : lines) {
-        QString result;
-        int last = 0;
-        for (auto it = handle.globalMatch(line); it.hasNext();) {
-            const QRegularExpressionMatch m = it.next();
+    for (QString &line : lines) {
+        for (QRegularExpressionMatch m = handle.match(line); m.hasMatch();) {
             QString &name = names[m.captured(1)];
             if (name.isEmpty())
                 name = QStringLiteral("h%1").arg(names.size());
-            result += line.mid(last, m.capturedStart() - last) + name;
-            last = m.capturedEnd();
+            line.replace(m.capturedStart(), m.capturedLength(), name);
+            m = handle.match(line, m.capturedStart() + name.size());
         }
-        out << result + line.mid(last);
     }
-    return out;
+    return lines;
 }
 
 QString listed(const QStringList &lines)
@@ -192,48 +184,6 @@ QString listed(const QStringList &lines)
 } // namespace
 
 namespace conf {
-
-Val::Val(const char *text) : value(QString::fromUtf8(text)), type("QString") {}
-Val::Val(const QString &text) : value(text), type("QString") {}
-Val::Val(const QByteArray &bytes) : value(bytes), type("QByteArray") {}
-Val::Val(bool b) : value(b), type("bool") {}
-Val::Val(int n) : value(quint64(n)), type("quint64") {}
-Val::Val(quint64 n) : value(n), type("quint64") {}
-
-Val bin(const QByteArray &bytes) { return Val(bytes); }
-Val hex(const char *hexDigits) { return Val(QByteArray::fromHex(hexDigits)); }
-Val nullHandle() { return Val(QVariant::fromValue<void *>(nullptr), "Qt::HANDLE"); }
-Val i32(int n) { return Val(QVariant(n), "int"); }
-
-Val ref(const char *name)
-{
-    Val v(QVariant(), nullptr);
-    v.kind = Val::Ref;
-    v.name = QString::fromLatin1(name);
-    return v;
-}
-
-Val outHandle(const char *name)
-{
-    Val v = ref(name);
-    v.kind = Val::OutHandle;
-    return v;
-}
-
-Row &Row::fault(const QString &function, quint32 code, int times)
-{
-    return m_pending.faults << Fault{function, code, times, false, 0, 0}, *this;
-}
-
-Row &Row::lie(const QString &function, qint32 delta, int times, int skip)
-{
-    return m_pending.faults << Fault{function, 0, times, true, delta, skip}, *this;
-}
-
-Row &Row::second(const QString &function, quint32 code)
-{
-    return m_pending.faults << Fault{function, code, 1, false, 0, 1}, *this;
-}
 
 Row &Row::before(const QString &method, const QList<Val> &args, const QString &save)
 {
@@ -256,19 +206,12 @@ Row &Row::then(const QString &method, const QList<Val> &args, const QString &glo
     return m_then << qMakePair(Step{method, args, QString(), {}, false, {}}, glob), *this;
 }
 
-QString errorLine(const char *format, quint32 code) { return QLatin1Char('!') + QString::asprintf(format, int(code)); }
-
-QString printed(const QString &text, const char *tag)
-{
-    return QStringLiteral("[%1::PrintError] Error:%2 ").arg(QLatin1String(tag), text);
-}
-
 } // namespace conf
 
+// A row's device and session as its set-up left them, with what its steps saved.
 struct Conformance::Prepared
 {
     QString device;
-    QString serial;
     QObject *session = nullptr;
     QMap<QString, QVariant> saved;
     QByteArray state;
@@ -282,25 +225,22 @@ struct Conformance::Private
     KdpFixture kdp;
     std::unique_ptr<TestHost> host;
     DeviceData standard;
-    QString tracePath;
     QString startProblem;
     int devices = 0;
-    Prepared last;
+    Prepared last; // the device the next row reuses, or removes
 
     QString store() const { return dir.path() + QStringLiteral("/store"); }
+    QString trace() const { return dir.path() + QStringLiteral("/trace.log"); }
 };
 
 Conformance::Conformance(const KdpConfig &package) : Conformance(Options{package, QStringLiteral(SKFTRACE_PATH), {}}) {}
 
-Conformance::Conformance(const QString &library) : Conformance(Options{KdpConfig(), library, {}}) {}
-
 Conformance::Conformance(const Options &options) : d(new Private)
 {
     d->options = options;
-    d->tracePath = d->dir.path() + QStringLiteral("/trace.log");
     qputenv("SOFTTOKEN_STORE", QFile::encodeName(d->store()));
     qputenv("SKFTRACE_LIBRARY", SOFTTOKEN_SKF);
-    qputenv("SKFTRACE_OUTPUT", QFile::encodeName(d->tracePath));
+    qputenv("SKFTRACE_OUTPUT", QFile::encodeName(d->trace()));
 
     SoftTokenEngine engine(d->store());
     SoftTokenEngine::DeviceOptions standard;
@@ -319,9 +259,8 @@ Conformance::Conformance(const Options &options) : d(new Private)
     d->standard.apps[0].containers[0].encCert = QByteArrayLiteral("enc-cert-c1");
 
     KdpConfig config = options.package;
-    const QString library = options.library.isEmpty() ? QStringLiteral(SKFTRACE_PATH) : options.library;
-    config.argument = QFileInfo(library).fileName();
-    if (d->kdp.addPackage(QStringLiteral("traced"), config, library).isEmpty()) {
+    config.argument = QFileInfo(options.library).fileName();
+    if (d->kdp.addPackage(QStringLiteral("traced"), config, options.library).isEmpty()) {
         d->startProblem = QStringLiteral("package not written");
         return;
     }
@@ -363,15 +302,16 @@ bool Conformance::act(const Prepared &p, const Step &step, QString *problem)
     if (step.pull && !engine.removeDevice(p.device))
         *problem = engine.lastError();
     for (const Fault &f : step.faults) {
-        if (!(f.sizeLie ? engine.setSizeLie(p.device, f.function, f.delta, f.times, f.skip)
-                        : engine.setFault(p.device, f.function, f.code, f.times, f.skip)))
+        if (!(f.delta ? engine.setSizeLie(p.device, f.function, f.delta, f.times, f.skip)
+                      : engine.setFault(p.device, f.function, f.code, f.times, f.skip)))
             *problem = engine.lastError();
     }
     return problem->isEmpty();
 }
 
-bool Conformance::call(QObject *target, const Step &step, QString *shownResult, QString *problem)
+bool Conformance::call(Prepared &p, const Step &step, QString *shownResult, QString *problem)
 {
+    QObject *target = p.session;
     QString method = step.method;
     if (method.startsWith(QLatin1String("TWKey."))) {
         target = d->host->manager();
@@ -381,7 +321,6 @@ bool Conformance::call(QObject *target, const Step &step, QString *shownResult, 
         *problem = QStringLiteral("no object for %1").arg(step.method);
         return false;
     }
-    QMap<QString, QVariant> &saved = d->last.saved;
     std::deque<QVariant> values;
     std::deque<void *> pointers;
     QVector<TWArg> args;
@@ -394,22 +333,21 @@ bool Conformance::call(QObject *target, const Step &step, QString *shownResult, 
             outs << qMakePair(v.name, h);
             continue;
         }
-        if (v.kind == Val::Ref && !saved.contains(v.name)) {
+        if (v.kind == Val::Ref && !p.saved.contains(v.name)) {
             *problem = QStringLiteral("nothing saved as \"%1\"").arg(v.name);
             return false;
         }
-        QVariant &stored = values.emplace_back(v.kind == Val::Ref ? saved.value(v.name) : v.value);
+        QVariant &stored = values.emplace_back(v.kind == Val::Ref ? p.saved.value(v.name) : v.value);
         args << TWArg{v.kind == Val::Ref ? typeOf(stored) : v.type, stored.data()};
     }
     const QByteArray name = method.toLatin1();
-    const QMetaObject *meta = target->metaObject();
-    const int index = meta->indexOfMethod(TWCall::signature(name.constData(), args.constData(), args.size()));
+    const QByteArray signature = TWCall::signature(name.constData(), args.constData(), args.size());
+    const int index = target->metaObject()->indexOfMethod(signature);
     if (index < 0) {
-        *problem = QStringLiteral("no method %1").arg(
-            QString::fromLatin1(TWCall::signature(name.constData(), args.constData(), args.size())));
+        *problem = QStringLiteral("no method %1").arg(QString::fromLatin1(signature));
         return false;
     }
-    const QMetaMethod m = meta->method(index);
+    const QMetaMethod m = target->metaObject()->method(index);
     QVariant result;
     void *pointerResult = nullptr;
     TWArg slot{nullptr, nullptr};
@@ -429,9 +367,9 @@ bool Conformance::call(QObject *target, const Step &step, QString *shownResult, 
     if (slot.ptr == &pointerResult)
         result = QVariant::fromValue<QObject *>(static_cast<QObject *>(pointerResult));
     for (const auto &out : outs)
-        saved[out.first] = QVariant::fromValue<void *>(*out.second);
+        p.saved[out.first] = QVariant::fromValue<void *>(*out.second);
     if (!step.save.isEmpty())
-        saved[step.save] = result;
+        p.saved[step.save] = result;
     *shownResult = shown(result);
     return true;
 }
@@ -456,7 +394,6 @@ bool Conformance::prepare(const Row &row, int index, Prepared &p, QStringList &p
     data.label = p.device;
     if (row.m_token)
         row.m_token(data);
-    p.serial = data.serial;
     QString error;
     if (!DeviceStore(d->store()).create(p.device, data, &error))
         return fail(error);
@@ -466,15 +403,13 @@ bool Conformance::prepare(const Row &row, int index, Prepared &p, QStringList &p
         if (!p.session)
             return fail(QStringLiteral("the session did not open"));
     }
-    d->last.session = p.session;
     for (const Step &step : row.m_before) {
         QString ignored, problem;
-        const bool done = act(p, step, &problem) && call(p.session, step, &ignored, &problem);
+        const bool done = act(p, step, &problem) && call(p, step, &ignored, &problem);
         SoftTokenEngine(d->store()).clearFaults(p.device);
         if (!done)
             return fail(QStringLiteral("before %1: %2").arg(step.method, problem));
     }
-    p.saved = d->last.saved;
     p.state = TwDeviceGuard::current();
     p.ok = true;
     d->last = p;
@@ -487,12 +422,11 @@ void Conformance::execute(const Row &row, Prepared &p, QStringList &problems)
     QString problem;
     if (!act(p, row.m_pending, &problem))
         problems << QStringLiteral("%1: %2").arg(row.m_tag, problem);
-    d->last = p;
     // As the row's own preparation left it, whatever other rows did since.
-    TwDeviceGuard::set(row.m_setStateBefore ? row.m_stateBefore : p.state);
+    TwDeviceGuard::set(row.m_stateBefore.value_or(p.state));
     d->host->core().setLastError(Keep);
     d->host->clearLog();
-    QFile trace(d->tracePath);
+    QFile trace(d->trace());
     const qint64 mark = trace.exists() ? trace.size() : 0;
     QStringList out;
     QString result;
@@ -504,10 +438,10 @@ void Conformance::execute(const Row &row, Prepared &p, QStringList &problems)
             if (!qtMessage.match(line).hasMatch())
                 out << line;
         });
-        called = call(p.session, row.m_call, &result, &problem);
+        called = call(p, row.m_call, &result, &problem);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); // a "deleteLater" row
     }
-    p = d->last;
+    d->last = p;
     engine.clearFaults(p.device);
     const QByteArray state = TwDeviceGuard::current();
 
@@ -522,16 +456,16 @@ void Conformance::execute(const Row &row, Prepared &p, QStringList &problems)
     lines = renamed(lines);
     const QStringList log = messages(d->host->core());
 
-    if (row.m_checkResult && !glob(row.m_result, result))
-        problems << QStringLiteral("%1: result %2, wanted %3").arg(tag, result, row.m_result);
+    if (row.m_result && !glob(*row.m_result, result))
+        problems << QStringLiteral("%1: result %2, wanted %3").arg(tag, result, *row.m_result);
     const uint lastError = d->host->lastError();
     if (row.m_err != Any && lastError != row.m_err)
         problems << QStringLiteral("%1: last error 0x%2, wanted 0x%3")
                         .arg(tag)
                         .arg(lastError, 8, 16, QLatin1Char('0'))
                         .arg(row.m_err, 8, 16, QLatin1Char('0'));
-    if (row.m_checkCalls && !sequence(row.m_calls, 0, lines, 0))
-        problems << QStringLiteral("%1: library calls\n%2\n  wanted\n%3").arg(tag, listed(lines), listed(row.m_calls));
+    if (row.m_calls && !sequence(*row.m_calls, 0, lines, 0))
+        problems << QStringLiteral("%1: library calls\n%2\n  wanted\n%3").arg(tag, listed(lines), listed(*row.m_calls));
     QString logIssue = logProblem(row.m_log, log);
     if (logIssue.isEmpty() && !row.m_loose)
         logIssue = unbalanced(log, row.m_open);
@@ -539,12 +473,12 @@ void Conformance::execute(const Row &row, Prepared &p, QStringList &problems)
         problems << QStringLiteral("%1: %2; the log:\n%3").arg(tag, logIssue, listed(log));
     if (!sequence(row.m_out, 0, out, 0))
         problems << QStringLiteral("%1: standard output\n%2\n  wanted\n%3").arg(tag, listed(out), listed(row.m_out));
-    if (row.m_checkState && !glob(row.m_state, QString::fromUtf8(state)))
-        problems << QStringLiteral("%1: device-state file \"%2\", wanted \"%3\"").arg(tag, QString::fromUtf8(state), row.m_state);
+    if (row.m_state && !glob(*row.m_state, QString::fromUtf8(state)))
+        problems << QStringLiteral("%1: device-state file \"%2\", wanted \"%3\"").arg(tag, QString::fromUtf8(state), *row.m_state);
     StdoutCapture quiet([](const QString &) {});
     for (const auto &then : row.m_then) {
         QString shownThen;
-        if (!call(p.session, then.first, &shownThen, &problem))
+        if (!call(p, then.first, &shownThen, &problem))
             problems << QStringLiteral("%1: then %2: %3").arg(tag, then.first.method, problem);
         else if (!glob(then.second, shownThen))
             problems << QStringLiteral("%1: then %2 gave %3, wanted %4").arg(tag, then.first.method, shownThen, then.second);

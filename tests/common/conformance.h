@@ -13,6 +13,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "kdpfixture.h"
 
@@ -32,27 +33,28 @@ struct Val
     QString name;
     const char *type = nullptr;
 
-    Val(const char *text);
-    Val(const QString &text);
-    Val(const QByteArray &bytes);
-    Val(bool b);
-    Val(int n);
-    Val(quint64 n);
+    Val(const char *text) : value(QString::fromUtf8(text)), type("QString") {}
+    Val(const QString &text) : value(text), type("QString") {}
+    Val(const QByteArray &bytes) : value(bytes), type("QByteArray") {}
+    Val(bool b) : value(b), type("bool") {}
+    Val(int n) : value(quint64(n)), type("quint64") {}
+    Val(quint64 n) : value(n), type("quint64") {}
     Val(const QVariant &v, const char *typeName) : value(v), type(typeName) {}
+    Val(Kind k, const char *saved) : kind(k), name(QString::fromLatin1(saved)) {}
 };
-Val bin(const QByteArray &bytes);
-Val hex(const char *hexDigits);
-Val ref(const char *name);
-Val nullHandle();
-Val outHandle(const char *name);
-Val i32(int n);
+inline Val bin(const QByteArray &bytes) { return Val(bytes); }
+inline Val ref(const char *name) { return Val(Val::Ref, name); }
+inline Val outHandle(const char *name) { return Val(Val::OutHandle, name); }
+inline Val nullHandle() { return Val(QVariant::fromValue<void *>(nullptr), "Qt::HANDLE"); }
+inline Val i32(int n) { return Val(QVariant(n), "int"); }
 
+// The token's function fails with the code, or with a delta reports a size
+// that far off; `times` calls after `skip`.
 struct Fault
 {
     QString function;
     quint32 code = 0;
     int times = 1;
-    bool sizeLie = false;
     qint32 delta = 0;
     int skip = 0;
 };
@@ -74,19 +76,19 @@ public:
     explicit Row(const QString &tag) : m_tag(tag) {}
 
     Row &token(std::function<void(DeviceData &)> edit) { m_token = std::move(edit); return *this; }
-    Row &fault(const QString &function, quint32 code, int times = 1);
-    Row &lie(const QString &function, qint32 delta, int times = 1, int skip = 0);
-    Row &second(const QString &function, quint32 code);
+    Row &fault(const QString &function, quint32 code, int times = 1) { return add({function, code, times, 0, 0}); }
+    Row &lie(const QString &function, qint32 delta, int times = 1, int skip = 0) { return add({function, 0, times, delta, skip}); }
+    Row &second(const QString &function, quint32 code) { return add({function, code, 1, 0, 1}); }
     Row &pull() { m_pending.pull = true; return *this; }
     Row &change(std::function<void(DeviceData &)> edit) { m_pending.change = std::move(edit); return *this; }
     Row &before(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
     Row &call(const QString &method, const QList<Val> &args = {}, const QString &save = QString());
     Row &then(const QString &method, const QList<Val> &args, const QString &glob);
-    Row &is(const QString &glob) { m_result = glob; m_checkResult = true; return *this; }
-    Row &state(const QString &glob) { m_state = glob; m_checkState = true; return *this; }
-    Row &stateBefore(const QByteArray &content) { m_stateBefore = content; m_setStateBefore = true; return *this; }
+    Row &is(const QString &glob) { m_result = glob; return *this; }
+    Row &state(const QString &glob) { m_state = glob; return *this; }
+    Row &stateBefore(const QByteArray &content) { m_stateBefore = content; return *this; }
     Row &err(quint32 code) { m_err = code; return *this; }
-    Row &calls(const QStringList &lines) { m_calls = lines; m_checkCalls = true; return *this; }
+    Row &calls(const QStringList &lines) { m_calls = lines; return *this; }
     Row &log(const QStringList &lines) { m_log = lines; return *this; }
     Row &out(const QStringList &lines) { m_out = lines; return *this; }
     Row &aged() { m_aged = true; return *this; }
@@ -96,21 +98,17 @@ public:
 
 private:
     friend class ::Conformance;
+    Row &add(const Fault &f) { m_pending.faults << f; return *this; }
     QString m_tag;
     std::function<void(DeviceData &)> m_token;
     Step m_pending;
     QList<Step> m_before;
     Step m_call;
     QList<QPair<Step, QString>> m_then;
-    QString m_state;
-    bool m_checkState = false;
-    QByteArray m_stateBefore;
-    bool m_setStateBefore = false;
-    QString m_result;
-    bool m_checkResult = false;
+    std::optional<QString> m_state, m_result; // unchecked when not given
+    std::optional<QByteArray> m_stateBefore;
     quint32 m_err = Keep;
-    QStringList m_calls;
-    bool m_checkCalls = false;
+    std::optional<QStringList> m_calls;
     QStringList m_log;
     QStringList m_out;
     bool m_aged = false;
@@ -120,9 +118,15 @@ private:
 };
 
 // A log line at error level with the code in it: errorLine(" X failed,ret = %d", code).
-QString errorLine(const char *format, quint32 code);
+inline QString errorLine(const char *format, quint32 code) { return QLatin1Char('!') + QString::asprintf(format, int(code)); }
+// Bytes as a result shows them: "[size]" and the hex digits, or past 16
+// bytes "#" and their FNV-1a hash.
+QString shownBytes(const QByteArray &bytes);
 // PrintError's standard-output line for a text of the code table.
-QString printed(const QString &text, const char *tag = "TWKeyObjectSkf");
+inline QString printed(const QString &text, const char *tag = "TWKeyObjectSkf")
+{
+    return QStringLiteral("[%1::PrintError] Error:%2 ").arg(QLatin1String(tag), text);
+}
 
 } // namespace conf
 
@@ -141,7 +145,6 @@ public:
     };
 
     explicit Conformance(const KdpConfig &package = KdpConfig());
-    explicit Conformance(const QString &library);
     explicit Conformance(const Options &options);
     ~Conformance();
 
@@ -163,7 +166,7 @@ private:
     bool prepare(const conf::Row &row, int index, Prepared &p, QStringList &problems);
     bool act(const Prepared &p, const conf::Step &step, QString *problem);
     void execute(const conf::Row &row, Prepared &p, QStringList &problems);
-    bool call(QObject *target, const conf::Step &step, QString *shown, QString *problem);
+    bool call(Prepared &p, const conf::Step &step, QString *shown, QString *problem);
 
     struct Private;
     std::unique_ptr<Private> d;

@@ -20,8 +20,7 @@ bool KdpFixture::writePackage(const QString &dir, const KdpConfig &config, const
     QXmlStreamWriter w(&xml);
     w.writeStartDocument();
     w.writeStartElement(QStringLiteral("driver"));
-    if (config.version)
-        w.writeAttribute(QStringLiteral("version"), *config.version);
+    w.writeAttribute(QStringLiteral("version"), QStringLiteral("2.0"));
     const QList<QPair<const char *, std::optional<QString>>> elements{
         {"name", config.name}, {"protocol", config.protocol}, {"argument", config.argument}, {"ap", config.ap}};
     for (const auto &e : elements)
@@ -48,12 +47,6 @@ bool KdpFixture::writePackage(const QString &dir, const KdpConfig &config, const
     QFile::remove(target);
     return link == Link::Copy ? QFile::copy(libraryFile, target)
                               : QFile::link(QFileInfo(libraryFile).absoluteFilePath(), target);
-}
-
-QString KdpFixture::addTracedToken(const QString &dirName, const QString &store, KdpConfig config) const
-{
-    const QString dir = kdpPath() + QLatin1Char('/') + dirName;
-    return writeTracedToken(dir, store, config) ? dir : QString();
 }
 
 bool KdpFixture::writeTracedToken(const QString &dir, const QString &store, KdpConfig config)

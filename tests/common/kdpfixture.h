@@ -9,7 +9,6 @@
 
 struct KdpConfig
 {
-    std::optional<QString> version = QStringLiteral("2.0");
     std::optional<QString> name = QStringLiteral("mock");
     std::optional<QString> protocol = QStringLiteral("skf");
     std::optional<QString> argument = QStringLiteral("libtoken.so");
@@ -27,7 +26,6 @@ public:
     enum class Link { Symlink, Copy };
 
     KdpFixture();
-    bool isValid() const { return m_dir.isValid(); }
     QString root() const { return m_dir.path(); }
     QString kdpPath() const { return m_dir.path() + QStringLiteral("/kdp"); }
 
@@ -37,10 +35,9 @@ public:
                        Link link = Link::Symlink) const;
     static bool writePackage(const QString &dir, const KdpConfig &config, const QString &libraryFile,
                              Link link = Link::Symlink);
-    // <kdpPath>/<dirName>: the SKF call tracer in front of a copy of the
+    // <dir>: the SKF call tracer in front of a copy of the
     // software token's SKF library that serves `store` (libraries of their
     // own, so packages don't share a token); the calls go to <dir>/trace.log.
-    QString addTracedToken(const QString &dirName, const QString &store, KdpConfig config = KdpConfig()) const;
     static bool writeTracedToken(const QString &dir, const QString &store, KdpConfig config = KdpConfig());
     // The traced calls of the package at `dir` since the last look; with a
     // function, how many of them were calls of it.

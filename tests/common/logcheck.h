@@ -18,18 +18,9 @@ inline QString globExpression(const QString &glob)
         .replace(QStringLiteral("\\%d"), QStringLiteral("-?\\d+"));
 }
 
-// The whole text against a glob.
 inline bool glob(const QString &pattern, const QString &text)
 {
     return QRegularExpression(QRegularExpression::anchoredPattern(globExpression(pattern))).match(text).hasMatch();
-}
-
-inline QRegularExpression pattern(const QString &function, const QString &message)
-{
-    const QString text = globExpression(message);
-    const QString where = function == QLatin1String("*") ? QStringLiteral("[^\\]]*") : QRegularExpression::escape(function);
-    return QRegularExpression(QStringLiteral("^\\[%1:\\d+\\]%2$").arg(where, text),
-                              QRegularExpression::DotMatchesEverythingOption);
 }
 
 // The first expectation that does not hold, with the log; empty when all hold.
@@ -43,7 +34,9 @@ inline QString unmet(const TWCore &core, const QStringList &wants)
         const bool anyLevel = want.startsWith(QLatin1Char('?'));
         want.remove(0, int(after) + int(error) + int(anyLevel));
         const QStringList f = want.split(QLatin1Char('|'));
-        const QRegularExpression re = pattern(f.value(0), f.value(1));
+        const QString where = f.value(0) == QLatin1String("*") ? QStringLiteral("[^\\]]*") : QRegularExpression::escape(f.value(0));
+        const QRegularExpression re(QStringLiteral("^\\[%1:\\d+\\]%2$").arg(where, globExpression(f.value(1))),
+                                    QRegularExpression::DotMatchesEverythingOption);
         int count = 0, first = -1;
         for (int i = after ? last + 1 : 0; i < lines.size(); ++i) {
             if ((anyLevel || (lines.at(i).level == TWCore::Level::Error) == error) && re.match(lines.at(i).text).hasMatch()) {

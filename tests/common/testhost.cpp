@@ -2,26 +2,22 @@
 
 #include <QTest>
 
-TestHost::TestHost(const QString &binPath) : m_binPath(binPath)
+TestHost::TestHost(const QString &binPath)
 {
-    if (m_binPath.isEmpty()) {
-        m_ownDir = std::make_unique<QTemporaryDir>();
-        m_binPath = m_ownDir->path();
-    }
-    m_core.setBinPath(m_binPath);
-    m_core.setConfigPath(m_binPath + QStringLiteral("/config"));
+    m_core.setBinPath(binPath);
+    m_core.setConfigPath(binPath + QStringLiteral("/config"));
 }
 
 TestHost::~TestHost() { m_host.shutdown(true); }
 
-QObject *TestHost::start(const QString &library)
+QObject *TestHost::start()
 {
     // CreateComponent hands out the first manager for ever: a second host in
     // one process would get one that scanned another folder.
     static bool started = false;
     if (!m_host.manager() && started)
         m_error = QStringLiteral("one key manager per process: run each scenario in a process of its own");
-    else if (!m_host.manager() && !m_host.load(library))
+    else if (!m_host.manager() && !m_host.load(QStringLiteral(TWKEY_LIB)))
         m_error = m_host.errorString();
     else if (!m_host.manager() && !m_host.start(&m_core))
         m_error = m_host.errorString();

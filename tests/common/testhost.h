@@ -9,28 +9,20 @@
 #include "host/twcore.h"
 
 #include <QRegularExpression>
-#include <QTemporaryDir>
-
-#include <memory>
 
 class TestHost
 {
 public:
-    // binPath empty: a temporary directory of its own, without kdp/.
-    explicit TestHost(const QString &binPath = QString());
+    explicit TestHost(const QString &binPath); // packages in <binPath>/kdp
     ~TestHost(); // deletes the manager (closing every session), then ComponentDestroy
-    TestHost(const TestHost &) = delete;
-    TestHost &operator=(const TestHost &) = delete;
 
     TWCore &core() { return m_core; }
-    QString kdpPath() const { return m_binPath + QStringLiteral("/kdp"); }
-    QObject *start(const QString &library = QStringLiteral(TWKEY_LIB));
+    QObject *start();
     QObject *manager() const { return m_host.manager(); }
     QString errorString() const { return m_error; }
 
     int count() { return call<int>(manager(), "count"); }
     QObject *open(int index) { return callPointer(manager(), "open", "KeyObject*", index); }
-    QObject *openEx(int index, bool enumDev) { return callPointer(manager(), "openEx", "KeyObject*", index, enumDev); }
     uint lastError() const { return m_core.lastError(); }
 
     template <typename R, typename... A> R call(QObject *target, const char *method, A &&...args)
@@ -62,8 +54,6 @@ public:
 private:
     static void missing(QObject *target, const char *method, const QByteArray &signature);
 
-    std::unique_ptr<QTemporaryDir> m_ownDir;
-    QString m_binPath;
     TWCore m_core;
     ComponentHost m_host;
     QString m_error;

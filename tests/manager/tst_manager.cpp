@@ -13,7 +13,6 @@
 #include "package/keydriverpackage.h"
 #include "session/keyobject.h"
 #include "softtokenengine.h"
-#include "twdeviceguard.h"
 
 namespace {
 QStringList g_debug; // Qt's debug stream

@@ -38,11 +38,27 @@ inline Row closed(const QString &tag)
     return Row(tag).fault("SKF_GetPINInfo", SAR_DEVICE_REMOVED).before("GetPINInfo", {1, 1});
 }
 
+// An operation on a session that a removed token has closed: refused
+// before the library, SAR_USER_NOT_LOGGED_IN, the missing handle logged
+// under the operation's name.
+inline Row onClosed(const char *method, const QList<Val> &args, const char *shows, const char *missing = "app")
+{
+    return closed(QStringLiteral("%1 on a closed session").arg(method)).call(method, args).is(shows)
+        .err(SAR_USER_NOT_LOGGED_IN).calls({}).log({QStringLiteral("[%1] end . %2 is null").arg(method, missing)});
+}
+
+// An operation given a null container: refused before the library with
+// the code, the guard's words logged under the operation's name.
+inline Row onNull(const char *method, const QList<Val> &args, const char *shows, quint32 code = SAR_INVALIDHANDLEERR)
+{
+    return Row(QStringLiteral("%1 with a null container").arg(method)).call(method, args).is(shows).err(code).calls({})
+        .log({QStringLiteral("[%1] end. container = null").arg(method)});
+}
+
 // Connected but with no application: closed, then an open whose only
 // application does not open.
 inline Row halfOpen(const QString &tag) { return closed(tag).fault("SKF_OpenApplication", SAR_FAIL).before("open"); }
 
-// A session logged in with the user PIN.
 inline Row user(const QString &tag) { return Row(tag).before("verifyPin", {kUser, false}); }
 
 // What a removed token's closing asks of the library: application, device.
@@ -53,7 +69,6 @@ inline QStringList closing(int app, int dev)
 
 inline std::function<void(DeviceData &)> serial(const QString &sn) { return [sn](DeviceData &d) { d.serial = sn; }; }
 
-// A file on the standard token's application.
 inline std::function<void(DeviceData &)> file(const QString &name, const QByteArray &data, quint32 read = 0xFF,
                                               quint32 write = 0xFF)
 {

@@ -93,15 +93,11 @@ private slots:
             in("r1", "generate 1024 bits").call("genRSAKeyPair", {ref("c"), 1024}).is("[268]*")
                 .calls({"SKF_GenRSAKeyPair(h1, 1024, ->[268]#*) = 0x00000000"})
                 .log({"[genRSAKeyPair] start", " SKF_GenRSAKeyPair", "[genRSAKeyPair] end."}),
-            in("r1", "generate 2048 bits").call("genRSAKeyPair", {ref("c"), 2048}).is("[268]*")
-                .calls({"SKF_GenRSAKeyPair(h1, 2048, ->[268]#*) = 0x00000000"}),
             bare("r1", "generate without login").call("genRSAKeyPair", {ref("c"), 1024}).is("[0]").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({"SKF_GenRSAKeyPair(h1, 1024, out) = 0x0A00002D"}).out({printed("用户没有登录")})
                 .log({errorLine(" SKF_GenRSAKeyPair failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end."}),
-            Row("generate in null").call("genRSAKeyPair", {nullHandle(), 1024}).is("[0]").err(SAR_INVALIDHANDLEERR).calls({})
-                .log({" end. container = null"}),
-            closed("generate without application").call("genRSAKeyPair", {nullHandle(), 1024}).is("[0]")
-                .err(SAR_USER_NOT_LOGGED_IN).log({"[genRSAKeyPair] end . app is null"}),
+            onNull("genRSAKeyPair", {nullHandle(), 1024}, "[0]"),
+            onClosed("genRSAKeyPair", {nullHandle(), 1024}, "[0]"),
 
             in("r1", "import a wrapped key pair").call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin(rsaKey.first), bin(rsaKey.second)})
                 .is("true").calls({QStringLiteral("SKF_ImportRSAKeyPair(h1, 0x401, [128]#*, 128, [%1]#*, %1) = 0x00000000")
@@ -114,12 +110,8 @@ private slots:
                 .out({printed("fail")}),
             bare("r1", "import without a wrapped key").open({"importRSAKeyPair"}).call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin(""), bin("e")})
                 .is("false").err(SAR_INDATALENERR).calls({}).log({"-* SKF_ImportRSAKeyPair"}),
-            bare("r1", "import without the private key").open({"importRSAKeyPair"}).call("importRSAKeyPair", {ref("c"), SGD_SM4_ECB, bin("w"), bin("")})
-                .is("false").err(SAR_INDATALENERR).calls({}),
-            Row("import into null").call("importRSAKeyPair", {nullHandle(), SGD_SM4_ECB, bin("w"), bin("e")}).is("false")
-                .err(SAR_INVALIDHANDLEERR).calls({}),
-            closed("import without application").call("importRSAKeyPair", {nullHandle(), 1, bin("w"), bin("e")}).is("false")
-                .err(SAR_USER_NOT_LOGGED_IN),
+            onNull("importRSAKeyPair", {nullHandle(), SGD_SM4_ECB, bin("w"), bin("e")}, "false"),
+            onClosed("importRSAKeyPair", {nullHandle(), 1, bin("w"), bin("e")}, "false"),
 
             in("r1", "sign").call("rsaSignData", {ref("c"), bin("digest-info")}).is("[128]*")
                 .calls({"SKF_RSASignData(h1, [11]6469676573742d696e666f, 11, null, 0->128) = 0x00000000",
@@ -130,13 +122,10 @@ private slots:
             bare("r1", "sign without login").call("rsaSignData", {ref("c"), bin("x")}).is("[0]").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({"SKF_RSASignData(h1, [1]78, 1, null, 0->0) = 0x0A00002D"}).out({printed("用户没有登录")})
                 .log({errorLine(" pSKF_RSASignData failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end"}),
-            in("r1", "sign: the fill fails").second("SKF_RSASignData", SAR_FAIL).call("rsaSignData", {ref("c"), bin("x")})
-                .is("[0]").err(SAR_FAIL).calls({"SKF_RSASignData(*", "SKF_RSASignData(h1, [1]78, 1, buf, 128->128) = 0x0A000001"})
-                .out({printed("fail")}),
             // A filled length past the buffer: what the buffer holds, its zero byte beyond the asked size included.
             in("r1", "sign: a length past the buffer").lie("SKF_RSASignData", 2, 1, 1).call("rsaSignData", {ref("c"), bin("x")}).is("[129]*"),
-            Row("sign with null").call("rsaSignData", {nullHandle(), bin("x")}).is("[0]").err(SAR_INVALIDHANDLEERR).calls({}),
-            closed("sign without application").call("rsaSignData", {nullHandle(), bin("x")}).is("[0]").err(SAR_USER_NOT_LOGGED_IN),
+            onNull("rsaSignData", {nullHandle(), bin("x")}, "[0]"),
+            onClosed("rsaSignData", {nullHandle(), bin("x")}, "[0]"),
 
             in("r1", "verify what was signed").before("exportPublicKey", {ref("c"), true}, "pub")
                 .before("rsaSignData", {ref("c"), bin("abc")}, "sig").call("rsaVerify", {ref("pub"), bin("abc"), ref("sig")})
@@ -148,12 +137,9 @@ private slots:
                 .log({errorLine(" pSKF_RSAVerify failed.ret = %d", SAR_FAIL), "[rsaVerify] end"}).out({printed("fail")}),
             Row("verify without a key").open({"rsaVerify"}).call("rsaVerify", {bin(""), bin("d"), bin("s")}).is("false").err(SAR_INDATALENERR)
                 .calls({}).log({" start.parameter invalid"}),
-            Row("verify without data").open({"rsaVerify"}).call("rsaVerify", {bin("k"), bin(""), bin("s")}).is("false").err(SAR_INDATALENERR).calls({}),
-            Row("verify without a signature").open({"rsaVerify"}).call("rsaVerify", {bin("k"), bin("d"), bin("")}).is("false").err(SAR_INDATALENERR),
             halfOpen("verify needs the device only").call("rsaVerify", {bin("k"), bin("d"), bin("s")}).is("false").err(Any)
                 .calls({"SKF_RSAVerify(h1, [268]#6e4a464e, [1]64, 1, [1]73, 1) = *"}).out({"..."}), // short blobs zero-padded
-            closed("verify without device").call("rsaVerify", {bin("k"), bin("d"), bin("s")}).is("false")
-                .err(SAR_USER_NOT_LOGGED_IN).calls({}).log({"[rsaVerify] end . dev is null"}),
+            onClosed("rsaVerify", {bin("k"), bin("d"), bin("s")}, "false", "dev"),
 
             in("r1", "the simple form signs nothing").call("rsaSimpleSign", {ref("c"), bin("x"), SGD_SHA1}).is("[0]").calls({}),
 
@@ -166,15 +152,10 @@ private slots:
                 .call("exportPublicKey", {ref("c"), true}).is("[0]").err(SAR_DEVICE_REMOVED)
                 .calls(QStringList{"SKF_ExportPublicKey(h1, 1, null, 0->0) = 0x0A000023"} + closing(2, 3))
                 .log({errorLine(" SKF_ExportPublicKey failed.ret = %d", SAR_DEVICE_REMOVED), " end"}).out({printed("设备已移除")}),
-            bare("c1", "public key: fill fails").second("SKF_ExportPublicKey", SAR_FAIL)
-                .call("exportPublicKey", {ref("c"), true}).is("[0]").err(SAR_FAIL)
-                .calls({"SKF_ExportPublicKey(*", "SKF_ExportPublicKey(h1, 1, buf, 132->132) = 0x0A000001"}).out({printed("fail")}),
-            Row("public key of null").call("exportPublicKey", {nullHandle(), true}).is("[0]").err(SAR_INDATALENERR).calls({})
-                .log({" end. container = null"}),
+            onNull("exportPublicKey", {nullHandle(), true}, "[0]", SAR_INDATALENERR),
             halfOpen("public key needs the device only").call("exportPublicKey", {nullHandle(), true}).is("[0]")
                 .err(SAR_INDATALENERR),
-            closed("public key without device").call("exportPublicKey", {nullHandle(), true}).is("[0]")
-                .err(SAR_USER_NOT_LOGGED_IN).log({"[exportPublicKey] end . dev is null"}),
+            onClosed("exportPublicKey", {nullHandle(), true}, "[0]", "dev"),
         });
     }
 
@@ -190,9 +171,8 @@ private slots:
                 .err(SAR_USER_NOT_LOGGED_IN).calls({"SKF_GenECCKeyPair(h1, 0x20100, out) = 0x0A00002D"})
                 .log({errorLine(" SKF_GenECCKeyPair failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end."})
                 .out({printed("用户没有登录")}),
-            Row("generate in null").call("genECCKeyPair", {nullHandle(), SGD_SM2_1}).is("[0]").err(SAR_INVALIDHANDLEERR)
-                .calls({}).log({" end. container = null"}),
-            closed("generate without application").call("genECCKeyPair", {nullHandle(), 1}).is("[0]").err(SAR_USER_NOT_LOGGED_IN),
+            onNull("genECCKeyPair", {nullHandle(), SGD_SM2_1}, "[0]"),
+            onClosed("genECCKeyPair", {nullHandle(), 1}, "[0]"),
 
             in("c1", "import an enveloped key pair").call("importECCKeyPair", {ref("c"), bin(envelope)}).is("true")
                 .calls({"SKF_ImportECCKeyPair(h1, [373]#*) = 0x00000000"}).log({" SKF_ImportECCKeyPair", "[importECCKeyPair] end."}),
@@ -202,9 +182,8 @@ private slots:
                 .log({" SKF_ImportECCKeyPair", errorLine(" SKF_ImportECCKeyPair failed.ret = %d", SAR_FAIL), " end."}),
             bare("c1", "import nothing").open({"importECCKeyPair"}).call("importECCKeyPair", {ref("c"), bin("")}).is("false").err(SAR_INDATALENERR)
                 .calls({}).log({"-* SKF_ImportECCKeyPair"}),
-            Row("import into null").call("importECCKeyPair", {nullHandle(), bin("e")}).is("false").err(SAR_INVALIDHANDLEERR),
-            closed("import without application").call("importECCKeyPair", {nullHandle(), bin("e")}).is("false")
-                .err(SAR_USER_NOT_LOGGED_IN),
+            onNull("importECCKeyPair", {nullHandle(), bin("e")}, "false"),
+            onClosed("importECCKeyPair", {nullHandle(), bin("e")}, "false"),
 
             in("c1", "sign").call("eccSignData", {ref("c"), bin(QByteArray(32, 'h'))}).is("[128]*")
                 .calls({"SKF_ECCSignData(h1, [32]#*, 32, ->[128]#*) = 0x00000000"}).log({" SKF_ECCSignData", "[eccSignData] end"}),
@@ -213,8 +192,8 @@ private slots:
             bare("c1", "sign without login").call("eccSignData", {ref("c"), bin("x")}).is("[0]").err(SAR_USER_NOT_LOGGED_IN)
                 .calls({"SKF_ECCSignData(h1, [1]78, 1, out) = 0x0A00002D"}).out({printed("用户没有登录")})
                 .log({errorLine(" SKF_ECCSignData failed.ret = %d", SAR_USER_NOT_LOGGED_IN), " end"}),
-            Row("sign with null").call("eccSignData", {nullHandle(), bin("x")}).is("[0]").err(SAR_INVALIDHANDLEERR),
-            closed("sign without application").call("eccSignData", {nullHandle(), bin("x")}).is("[0]").err(SAR_USER_NOT_LOGGED_IN),
+            onNull("eccSignData", {nullHandle(), bin("x")}, "[0]"),
+            onClosed("eccSignData", {nullHandle(), bin("x")}, "[0]"),
 
             in("c1", "verify what was signed").before("exportPublicKey", {ref("c"), true}, "pub")
                 .before("eccSignData", {ref("c"), bin(QByteArray(32, 'h'))}, "sig")
@@ -227,12 +206,9 @@ private slots:
                 .log({errorLine(" SKF_ECCVerify failed.ret = %d", SAR_INDATALENERR)}).out({printed("输入数据长度错误")}),
             Row("verify without a key").open({"eccVerify"}).call("eccVerify", {bin(""), bin("d"), bin("s")}).is("false").err(SAR_INDATALENERR)
                 .calls({}).log({" start.parameter invalid"}),
-            Row("verify without data").open({"eccVerify"}).call("eccVerify", {bin("k"), bin(""), bin("s")}).is("false").err(SAR_INDATALENERR),
-            Row("verify without a signature").open({"eccVerify"}).call("eccVerify", {bin("k"), bin("d"), bin("")}).is("false").err(SAR_INDATALENERR),
             halfOpen("verify needs the device only").call("eccVerify", {bin("k"), bin("d"), bin("s")}).is("false")
                 .err(Any).calls({"SKF_ECCVerify(h1, [132]#af42c68e, [1]64, 1, [128]#9361e9b6) = *"}).out({"..."}),
-            closed("verify without device").call("eccVerify", {bin("k"), bin("d"), bin("s")}).is("false")
-                .err(SAR_USER_NOT_LOGGED_IN).log({"[eccVerify] end . dev is null"}),
+            onClosed("eccVerify", {bin("k"), bin("d"), bin("s")}, "false", "dev"),
 
             in("c1", "compact signature").open({"eccSignData", "digest", "digestInit"}).call("eccSimpleSign", {ref("c"), bin("message"), true}, "sig").is("[64]*")
                 .calls(kSimpleSign + QStringList{"SKF_ECCSignData(h1, [32]#*, 32, ->[128]#*) = 0x00000000"})
@@ -253,12 +229,8 @@ private slots:
             in("c1", "compact signature: the hash fails").open({"digest", "digestInit"}).second("SKF_Digest", SAR_FAIL)
                 .call("eccSimpleSign", {ref("c"), bin("m"), false}).is("[0]").err(SAR_FAIL).log({"end. digest failed."})
                 .out({printed("fail")}),
-            in("c1", "compact signature of nothing").open({"digest", "digestInit"}).call("eccSimpleSign", {ref("c"), bin(""), false}).is("[0]")
-                .err(SAR_INDATALENERR).log({"end. digest failed."}),
-            Row("compact signature with null").call("eccSimpleSign", {nullHandle(), bin("m"), true}).is("[0]")
-                .err(SAR_INVALIDHANDLEERR).calls({}).log({" end. container = null"}),
-            closed("compact signature without application").call("eccSimpleSign", {nullHandle(), bin("m"), true}).is("[0]")
-                .err(SAR_USER_NOT_LOGGED_IN).log({"[eccSimpleSign] end . app is null"}),
+            onNull("eccSimpleSign", {nullHandle(), bin("m"), true}, "[0]"),
+            onClosed("eccSimpleSign", {nullHandle(), bin("m"), true}, "[0]"),
 
             in("c1", "compact verify without the key is refused").open({"eccVerify", "digest", "digestInit"}).call("eccSimpleVerify", {ref("c"), bin("m"), bin(QByteArray(64, 's')), false})
                 .is("false").err(SAR_INDATALENERR)
@@ -276,8 +248,7 @@ private slots:
                 .err(SAR_INVALIDHANDLEERR).calls({}).log({" end . container is null"}),
             halfOpen("compact verify needs the device only").call("eccSimpleVerify", {nullHandle(), bin("m"), bin("s"), true})
                 .is("false").err(SAR_INVALIDHANDLEERR),
-            closed("compact verify without device").call("eccSimpleVerify", {nullHandle(), bin("m"), bin("s"), true})
-                .is("false").err(SAR_USER_NOT_LOGGED_IN).log({"[eccSimpleVerify] end . dev is null"}),
+            onClosed("eccSimpleVerify", {nullHandle(), bin("m"), bin("s"), true}, "false", "dev"),
 
             bare("c1", "session key for a public key").loose().before("exportPublicKey", {ref("c"), false}, "enc")
                 .call("eccExportSessionKey", {ref("c"), SGD_SM4_ECB, ref("enc"), outHandle("k")}).is("[197]*")
@@ -290,12 +261,10 @@ private slots:
                 .then("GetPINInfo", {1, 1}, "6"),
             bare("c1", "session key without a public key").loose().call("eccExportSessionKey", {ref("c"), 1, bin(""), outHandle("k")})
                 .is("[0]").err(SAR_INVALIDPARAMERR).calls({}),
-            Row("session key with null").loose().call("eccExportSessionKey", {nullHandle(), 1, bin("k"), outHandle("k")}).is("[0]")
-                .err(SAR_INVALIDHANDLEERR).calls({}).log({" end. container = null"}),
+            onNull("eccExportSessionKey", {nullHandle(), 1, bin("k"), outHandle("k")}, "[0]").loose(),
             halfOpen("session key needs the device only").loose().call("eccExportSessionKey", {nullHandle(), 1, bin("k"), outHandle("k")})
                 .is("[0]").err(SAR_INVALIDHANDLEERR),
-            closed("session key without device").loose().call("eccExportSessionKey", {nullHandle(), 1, bin("k"), outHandle("k")})
-                .is("[0]").err(SAR_USER_NOT_LOGGED_IN).log({" end . dev is null"}),
+            onClosed("eccExportSessionKey", {nullHandle(), 1, bin("k"), outHandle("k")}, "[0]", "dev").loose(),
         });
     }
 
@@ -307,21 +276,16 @@ private slots:
         suite.run({
             Row("hash object").open({"digestInit"}).call("digestInit", {SGD_SM3, bin(""), ""}).is("handle")
                 .calls({R"(SKF_DigestInit(h1, 0x1, null, "", 0, ->h2) = 0x00000000)"}).log({" m_AlgID: 1", "-[digestInit] end"}),
-            Row("hash object with a key and an id").before("openContainer", {"c1"}, "c")
-                .before("exportPublicKey", {ref("c"), true}, "pub").open({"digestInit"}).call("digestInit", {SGD_SM3, ref("pub"), "1234567812345678"})
-                .is("handle").calls({R"(SKF_DigestInit(h1, 0x1, [132]#*, "1234567812345678", 16, ->h2) = 0x00000000)"}),
             Row("hash object refused").call("digestInit", {3, bin(""), "id"}).is("null").err(SAR_NOTSUPPORTYETERR)
                 .calls({R"(SKF_DigestInit(h1, 0x3, null, "id", 2, ->null) = 0x0A000003)"})
                 .log({errorLine(" SKF_DigestInit failded.ret = %d.", SAR_NOTSUPPORTYETERR), " end"}).out({printed("不支持的服务")}),
-            closed("hash object without device").call("digestInit", {SGD_SM3, bin(""), ""}).is("null").err(SAR_USER_NOT_LOGGED_IN)
-                .calls({}).log({"[digestInit] end . dev is null"}),
+            onClosed("digestInit", {SGD_SM3, bin(""), ""}, "null", "dev"),
 
             Row("SM3").before("digestInit", {SGD_SM3, bin(""), ""}, "h").call("digest", {ref("h"), bin("abc")}).is("[32]*")
                 .calls(sm3abc).log({" ulHashLen(1): 32", " m_AlgID: 1", " 1", " ulHashLen(2): 32", " 2", "[digest] end"}),
             Row("SHA-1").before("digestInit", {SGD_SHA1, bin(""), ""}, "h").call("digest", {ref("h"), bin("abc")})
                 .is("[20]#*").calls({"SKF_Digest(h1, [3]616263, 3, null, 0->20) = 0x00000000", "SKF_Digest(h1, *, 20->20) = 0x00000000"}),
-            Row("SHA-256").before("digestInit", {SGD_SHA256, bin(""), ""}, "h").call("digest", {ref("h"), bin("abc")}).is("[32]*"),
-            Row("the algorithm sizes the buffer").before("digestInit", {SGD_SM3, bin(""), ""}, "h").lie("SKF_Digest", 5)
+            Row("the algorithm sizes the buffer").before("digestInit", {SGD_SHA256, bin(""), ""}, "h").lie("SKF_Digest", 5)
                 .call("digest", {ref("h"), bin("abc")}).is("[32]*")
                 .calls({"SKF_Digest(h1, [3]616263, 3, null, 0->37) = 0x00000000", sm3abc[1]}),
             Row("and the result").before("digestInit", {SGD_SHA1, bin(""), ""}, "h").lie("SKF_Digest", -4, 1, 1)
@@ -334,9 +298,6 @@ private slots:
                 .fault("SKF_Digest", SAR_DEVICE_REMOVED).call("digest", {ref("h"), bin("abc")}).is("[0]").err(SAR_DEVICE_REMOVED)
                 .calls(QStringList{"SKF_Digest(h1, [3]616263, 3, null, 0->0) = 0x0A000023"} + closing(2, 3))
                 .log({errorLine(" SKF_Digest failded.ret = %d.", SAR_DEVICE_REMOVED)}).out({printed("设备已移除")}),
-            Row("hash: the fill fails").open({"digest"}).before("digestInit", {SGD_SM3, bin(""), ""}, "h").second("SKF_Digest", SAR_FAIL)
-                .call("digest", {ref("h"), bin("abc")}).is("[0]").err(SAR_FAIL)
-                .calls({sm3abc[0], "SKF_Digest(h1, [3]616263, 3, buf, 32->32) = 0x0A000001"}).out({printed("fail")}),
             Row("digestV1 is digest").before("digestInit", {SGD_SM3, bin(""), ""}, "h").call("digestV1", {ref("h"), bin("abc")})
                 .is("[32]*").calls(sm3abc).log({"[digestV1] start", "[digest] start", "[digest] end", "[digestV1] end"}),
             Row("no update").before("digestInit", {SGD_SM3, bin(""), ""}, "h").call("digestUpdate", {ref("h"), bin("abc")})
@@ -376,12 +337,10 @@ private slots:
                 .call("importSessionKey", {ref("c"), SGD_SM4_ECB, ref("blob"), 5}).is("null").err(SAR_FAIL)
                 .calls({"SKF_ImportSessionKey(h1, 0x401, [5]*, 5, ->null) = 0x0A000001"}).out({printed("fail")})
                 .log({errorLine(" SKF_ImportSessionKey failded.ret = %d.", SAR_FAIL), " end"}),
-            Row("import into null").call("importSessionKey", {nullHandle(), SGD_SM4_ECB, bin("w"), 1}).is("null")
-                .err(SAR_INDATALENERR).calls({}).log({" end. container = null"}),
+            onNull("importSessionKey", {nullHandle(), SGD_SM4_ECB, bin("w"), 1}, "null", SAR_INDATALENERR),
             halfOpen("import needs the device only").call("importSessionKey", {nullHandle(), 1, bin("w"), 1}).is("null")
                 .err(SAR_INDATALENERR),
-            closed("import without device").call("importSessionKey", {nullHandle(), 1, bin("w"), 1}).is("null")
-                .err(SAR_USER_NOT_LOGGED_IN).log({"[importSessionKey] end . dev is null"}),
+            onClosed("importSessionKey", {nullHandle(), 1, bin("w"), 1}, "null", "dev"),
 
             keyed("encryption set up").call("encryptInit", {ref("k"), bin(kParam)}).is("true")
                 .calls({"SKF_EncryptInit(h1, [44]#*) = 0x00000000"}).log({" SKF_EncryptInit", "[encryptInit] end"}),
@@ -455,8 +414,7 @@ private slots:
                 .err(SAR_MEMORYERR).calls({}).log({errorLine(" ESP_WriteESealData failed,ret = %d", SAR_MEMORYERR)}),
             Row("write nothing").call("epsWriteESealData", {bin(""), 4}).is("false").err(SAR_INDATALENERR).calls({})
                 .log({" end. szData invalid"}),
-            closed("write without application").call("epsWriteESealData", {bin("S"), 1}).is("false").err(SAR_USER_NOT_LOGGED_IN)
-                .calls({}).log({"[epsWriteESealData] end . app is null"}),
+            onClosed("epsWriteESealData", {bin("S"), 1}, "false"),
 
             Row("read the seal").token(sealed).call("epsReadESealData", {7, SGD_SM4_ECB, 1}).is("[4]5345414c")
                 .calls({"EPS_ReadESealData(h1, 7, 0x401, null, 0->4, 0x1) = 0x00000000",
@@ -473,7 +431,7 @@ private slots:
             Row("read: the fill fails").open({"epsReadESealData"}).token(sealed).second("EPS_ReadESealData", SAR_FAIL).call("epsReadESealData", {1, 2})
                 .is("[0]").err(SAR_FAIL).calls({"EPS_ReadESealData(*", "EPS_ReadESealData(h1, 1, 0x2, buf, 4->4, 0x0) = 0x0A000001"})
                 .log({errorLine(" SKF_ReadFile failed,ret = %d", SAR_FAIL)}),
-            closed("read without application").call("epsReadESealData", {1, 2}).is("[0]").err(SAR_USER_NOT_LOGGED_IN).calls({}),
+            onClosed("epsReadESealData", {1, 2}, "[0]"),
 
             keyed("import a seal key").call("epsImportSymmKey", {ref("c"), 3, ref("blob"), 181, 0}).is("true")
                 .calls({"EPS_ImportSymmKey(h1, 3, [181]#*, 181, 0x0) = 0x00000000"}).log({" ESP_ImportSymmKey", "[epsImportSymmKey] end."}),
@@ -481,10 +439,8 @@ private slots:
                 .call("epsImportSymmKey", {ref("c"), 3, bin("key"), 2}).is("false").err(SAR_FAIL)
                 .calls({"EPS_ImportSymmKey(h1, 3, [2]6b65, 2, 0x0) = 0x0A000001"}).out({printed("fail")})
                 .log({errorLine(" ESP_ImportSymmKey failed.ret = %d", SAR_FAIL), " end."}),
-            Row("import into null").call("epsImportSymmKey", {nullHandle(), 3, bin("key"), 3}).is("false")
-                .err(SAR_INVALIDHANDLEERR).calls({}).log({" end. container = null"}),
-            closed("import without application").call("epsImportSymmKey", {nullHandle(), 3, bin("key"), 3}).is("false")
-                .err(SAR_USER_NOT_LOGGED_IN),
+            onNull("epsImportSymmKey", {nullHandle(), 3, bin("key"), 3}, "false"),
+            onClosed("epsImportSymmKey", {nullHandle(), 3, bin("key"), 3}, "false"),
         });
     }
 };

@@ -41,7 +41,8 @@ class TstKeyDriverSKF : public QObject
     {
         const QString store = storeDir.path() + QStringLiteral("/s%1").arg(++rows);
         engine = std::make_unique<SoftTokenEngine>(store);
-        package = kdp.addTracedToken(QStringLiteral("t%1").arg(rows), store);
+        package = kdp.kdpPath() + QStringLiteral("/t%1").arg(rows);
+        QVERIFY(KdpFixture::writeTracedToken(package, store));
         for (const QString &t : list) {
             SoftTokenEngine::DeviceOptions o;
             o.name = t.section(':', 0, 0);
@@ -104,17 +105,10 @@ private slots:
         for (QString &l : lines)
             l = QStringLiteral("%1: load dll function [%2] failed").arg(l.startsWith('W') ? "Warning" : "Error", l.mid(2));
         QCOMPARE(g_messages.filter("load dll function"), lines);
-        const QMap<QString, const void *> table{
-            {"EPS_Decrypt", reinterpret_cast<const void *>(skf.pEPS_Decrypt)},
-            {"EPS_ImportSymmKey", reinterpret_cast<const void *>(skf.pEPS_ImportSymmKey)},
-            {"EPS_WriteESealData", reinterpret_cast<const void *>(skf.pEPS_WriteESealData)},
-            {"SKF_WaitForDevEvent", reinterpret_cast<const void *>(skf.pSKF_WaitForDevEvent)},
-            {"SKF_EnumDev", reinterpret_cast<const void *>(skf.pSKF_EnumDev)},
-            {"SKF_ConnectDev", reinterpret_cast<const void *>(skf.pSKF_ConnectDev)},
-            {"SKF_GetDevState", reinterpret_cast<const void *>(skf.pSKF_GetDevState)},
-            {"SKF_CloseContainer", reinterpret_cast<const void *>(skf.pSKF_CloseContainer)},
-            {"SKF_MacFinal", reinterpret_cast<const void *>(skf.pSKF_MacFinal)},
-            {"SKF_ExtECCEncrypt", reinterpret_cast<const void *>(skf.pSKF_ExtECCEncrypt)}};
+        QMap<QString, const void *> table;
+#define TW_TABLE_ROW(name, required) table[QStringLiteral(#name)] = reinterpret_cast<const void *>(skf.p##name);
+        SKF_FUNCTION_ROWS(TW_TABLE_ROW)
+#undef TW_TABLE_ROW
         for (const QString &r : rows.split(' '))
             QVERIFY2((table.value(r.mid(1)) != nullptr) == (r.at(0) == '+'), qPrintable(r));
         QCOMPARE(reinterpret_cast<void *>(skf.pSKF_CancelWaitForDevEvent), nullptr); // a slot, no row

@@ -8,7 +8,6 @@
 #include "devicestore.h"
 #include "isolatedtest.h"
 #include "sessionrows.h"
-#include "testhost.h"
 #include "package/keydriverpackage.h"
 #include "session/keyobjectskf.h"
 #include "skf/keydriverskf.h"
@@ -77,17 +76,14 @@ QByteArray object(const QByteArray &number, const QByteArray &content = "content
 }
 
 // "hi" behind a header as the Lm session writes it for the number
-// `digits`, shown as the runner shows long bytes: length and FNV-1a.
+// `digits`, as the runner shows it.
 QString headed(const QByteArray &digits)
 {
     QByteArray h(64, '\0');
     h.replace(8, digits.size(), digits);
     h[48] = h[50] = 1;
     h[56] = 2;
-    quint32 fnv = 2166136261u;
-    for (char c : h + "hi")
-        fnv = (fnv ^ quint8(c)) * 16777619u;
-    return QStringLiteral("[66]#%1").arg(fnv, 8, 16, QLatin1Char('0'));
+    return shownBytes(h + "hi");
 }
 
 // A store of the Lm family: a name of no kind, objects (11, 7, 1, 6 and 33;
