@@ -254,10 +254,13 @@ private slots:
             << QStringList{"pk/x/lib/keep", "pk/x.kdp!config.xml={CFG}", "pk/x.kdp!lib=file"} << "pk/x.kdp" << false << ""
             << QStringList{"open| unpack refused: a file of the archive stands where the work folder has a folder"}
             << QStringList{"pk/x/lib/keep", "!pk/x/config.xml"};
+        // Link texts of up to 1024 bytes.
+        const QString longest = QString("./").repeated(503) + "lib//libtoken.so.1";
         QTest::newRow("link inside the archive")
-            << QStringList{"inner.kdp!config.xml={CFG}", "inner.kdp!lib/libtoken.so.1=bytes",
-                           "inner.kdp!libtoken.so->lib/libtoken.so.1"}
+            << QStringList{"inner.kdp!config.xml={CFG}", "inner.kdp!lib/libtoken.so.1=bytes", "inner.kdp!libtoken.so->" + longest}
             << "inner.kdp" << true << "" << QStringList() << QStringList{"inner/libtoken.so=bytes"};
+        QTest::newRow("a link text too long") << QStringList{"lt.kdp!config.xml={CFG}", "lt.kdp!l->" + QString(longest).replace("//", "///")} << "lt.kdp" << false
+            << "" << QStringList{"open| unpack refused: link \"l\" refused"} << QStringList{"!lt"};
         QTest::newRow("a file where the work folder goes") << QStringList{"pk/w=plain", "pk/w.kdp!config.xml={CFG}"} << "pk/w.kdp"
             << false << "" << QStringList{"open| unpack refused: the work folder is a link or a file"} << QStringList{"pk/w=plain"};
         QTest::newRow("an entry made twice") << QStringList{"tw.kdp!config.xml={CFG}", "tw.kdp!f=1", "tw.kdp!f=2"} << "tw.kdp"
