@@ -94,7 +94,7 @@ private slots:
             Row("deleting the session closes it").call("deleteLater").calls(closing(1, 2))
                 .log({"[closeV1] start", "[closeV1] CloseApplication", "[closeV1] DisConnectDev", "[closeV1] end"}),
             closed("closed session reconnects").token(serial("SN-A")).call("open").is("true").calls(kConnect)
-                .log({"!\u0020tw_device,value = SN-A ", "linux SKF_ConnectDev"}).out({"SN-A"}).state("SN-A"),
+                .log({"!\u0020tw_device,value = SN-A ", "-!key statue*", "linux SKF_ConnectDev"}).out({"SN-A"}).state("SN-A"),
             closed("unchanged state file").token(serial("SN-B")).before("open").fault("SKF_GetPINInfo", SAR_DEVICE_REMOVED).before("GetPINInfo", {1, 1})
                 .call("open").is("true").calls(kConnect).log({"!key statue is not change ", "linux SKF_ConnectDev"})
                 .out({"SN-B"}),
