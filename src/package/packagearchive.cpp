@@ -172,8 +172,8 @@ private:
         if (info.isSymbolicLink()) {
             // Past the limit the link is refused, not cut: a cut target could
             // name another file.
-            const QByteArray target = file.read(kMaxLinkText + 1);
-            if (target.isEmpty() || target.size() > kMaxLinkText || target.startsWith('/') || target.contains('\0')
+            const QByteArray target = file.read(kMaxLinkText);
+            if (target.isEmpty() || !file.atEnd() || target.startsWith('/') || target.contains('\0')
                 || ::symlinkat(target.constData(), at.fd, last.constData()) != 0)
                 return fail(QLatin1String("link \"") + info.name + QLatin1String("\" refused"));
             m_links << info.name;
