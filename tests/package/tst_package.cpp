@@ -210,8 +210,9 @@ private slots:
         QTest::newRow("33 levels, past a closed one") << QStringList{"p/config.xml=<a><b></b>" + QString("<a>").repeated(32) + QString("</a>").repeated(33)} << "p" << false << ""
                 << QStringList{"load| config.xml nests deeper than 32 levels", ">load|end. xml parser failed."} << QStringList();
         const QString markup = QString("<a>").repeated(40);
-        QTest::newRow("markup in a comment, a CDATA section or an instruction does not nest")
-            << QStringList{v20.arg("<name>Fam</name><!-- " + markup + " --><![CDATA[" + markup + "]]><?pi " + markup + "?>")} << "p"
+        QTest::newRow("markup in a comment, a CDATA section or an instruction, or closed at once, does not nest")
+            << QStringList{v20.arg("<name>Fam</name><!-- " + markup + " --><![CDATA[" + markup + "]]><?pi " + markup + "?>"
+                                   + QString("<e a='/>'/>").repeated(40))} << "p"
             << true << "name=Fam" << QStringList() << QStringList();
         QTest::newRow("entities declared") << QStringList{"p/config.xml=<!DOCTYPE d [<!ENTITY e \"<a>\">]><d>&e;</d>"} << "p" << false << ""
             << QStringList{"load| config.xml declares entities"} << QStringList();
