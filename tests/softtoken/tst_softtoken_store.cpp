@@ -1,15 +1,14 @@
 // The software token's store: devices pulled out and put back, device
 // events, the fault plan, the store shared between processes; the engine's
 // C++ interface and the softtoken admin program.
+#include "diskfull.h"
 #include "tokenfixture.h"
 #include "twdeviceguard.h"
 
 #include <QtTest>
 
 #include <future>
-#include <signal.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -72,16 +71,6 @@ Run admin(const QStringList &args, const QString &store = QString(), const QStri
 QJsonObject show(const QString &store, const QString &device)
 {
     return QJsonDocument::fromJson(admin({"--store", store, "show", device}).out).object();
-}
-
-// No file of this process may grow: a full disk as the store sees it.
-bool diskFull(bool full)
-{
-    rlimit r;
-    ::signal(SIGXFSZ, full ? SIG_IGN : SIG_DFL); // children inherit it
-    getrlimit(RLIMIT_FSIZE, &r);
-    r.rlim_cur = full ? 0 : r.rlim_max;
-    return setrlimit(RLIMIT_FSIZE, &r) == 0;
 }
 
 // The folder read-only for this process alone, in a mount namespace of its
